@@ -1,0 +1,63 @@
+#include "agent/staging/copy_groups.h"
+
+#include <utility>
+#include <vector>
+
+#include "mirrowen/exc/runtime_exc.h"
+#include "mirrowen/logging/log_section.h"
+#include "mirrowen/util/clock.h"
+
+namespace agent {
+
+namespace {
+
+constinit logging::log_section_t g_log("agent");
+
+}  // namespace
+
+copy_groups_t::copy_groups_t(std::chrono::milliseconds keep) : keep_(keep) {}
+
+group_slot_t copy_groups_t::Open(const item_t& item, const confined_root_t& folder) {
+    if (item.entry >= kMaxEntries) {
+        throw exc::CRuntimeExc("Entry [%1] is refused: a group has at most [%2] entries.", item.entry, kMaxEntries);
+    }
+    const synch::lock_t lock(mutex_);
+    auto found = groups_.find(item.copy);
+    if (found == groups_.end()) {
+        if (groups_.size() >= kMaxGroups) {
+            throw exc::CRuntimeExc("A group for copy [%1] is refused: at most [%2] groups are kept.",
+                                   item.copy.ToAStr(), kMaxGroups);
+        }
+        found = groups_.emplace(item.copy, kept_t{std::make_shared<copy_group_t>(folder.OpenTop()), {}}).first;
+    }
+    found->second.usedAt = util::clock().SteadyNow();
+    return {found->second.group, found->second.group->NewTicket()};
+}
+
+std::shared_ptr<copy_group_t> copy_groups_t::Take(const guid::guid_t& copy) {
+    const synch::lock_t lock(mutex_);
+    auto node = groups_.extract(copy);
+    return node ? std::move(node.mapped().group) : nullptr;
+}
+
+void copy_groups_t::DropUnused() {
+    std::vector<std::shared_ptr<copy_group_t>> dropped;  // they remove their files without the lock
+    const synch::lock_t lock(mutex_);
+    const auto now = util::clock().SteadyNow();
+    for (auto entry = groups_.begin(); entry != groups_.end();) {
+        kept_t& kept = entry->second;
+        if (kept.group.use_count() > 1) {
+            kept.usedAt = now;  // a device is at work for it
+        }
+        if (now - kept.usedAt <= keep_) {
+            ++entry;
+            continue;
+        }
+        g_log.warn("Copy [%1] was not gone on with; what was received for its next commit is dropped.",
+                   entry->first.ToAStr());
+        dropped.push_back(std::move(kept.group));
+        entry = groups_.erase(entry);
+    }
+}
+
+}  // namespace agent

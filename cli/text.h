@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "mirrowen/util/file_info.h"
+
+namespace cli {
+
+/// RFC 3339 in UTC with nanoseconds, "2026-11-21T11:02:12.000000001Z".
+std::string TimeText(const util::SFileTime& time);
+
+/// Four octal digits, "0644".
+std::string ModeText(std::uint32_t mode);
+
+}  // namespace cli

@@ -1,0 +1,7 @@
+#include "cli/version.h"
+
+namespace cli {
+
+const char* const kVersion = TARN_VERSION;
+
+}  // namespace cli

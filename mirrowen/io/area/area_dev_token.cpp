@@ -1,0 +1,7 @@
+#include "mirrowen/io/area/area_dev_token.h"
+
+namespace io::area {
+
+IAreaDevToken::~IAreaDevToken() = default;
+
+}  // namespace io::area

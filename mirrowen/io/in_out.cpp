@@ -1,0 +1,7 @@
+#include "mirrowen/io/in_out.h"
+
+namespace io {
+
+IInOut::~IInOut() = default;
+
+}  // namespace io

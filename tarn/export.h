@@ -1,0 +1,4 @@
+#pragma once
+
+/// Marks what the shared library of this floor shows to its users; everything else is hidden.
+#define TARN_API __attribute__((visibility("default")))
