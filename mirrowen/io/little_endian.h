@@ -25,4 +25,20 @@ constexpr T DecodeLittleEndian(const std::byte* in) noexcept {
     return static_cast<T>(value);
 }
 
+/// A number as it stands in a serialised form: sizeof(T) bytes of no alignment, so a struct made of these has the
+/// form's layout on any host and may lie anywhere in a buffer.
+template <std::unsigned_integral T>
+class little_endian_t {
+  public:
+    little_endian_t& operator=(T value) noexcept {
+        EncodeLittleEndian(value, bytes_);
+        return *this;
+    }
+    // NOLINTNEXTLINE(google-explicit-constructor): it reads as the number that it is
+    operator T() const noexcept { return DecodeLittleEndian<T>(bytes_); }
+
+  private:
+    std::byte bytes_[sizeof(T)];
+};
+
 }  // namespace io

@@ -30,6 +30,10 @@ MIRROWEN_API void fs_make_directory(const std::string& path);
 /// an empty first one returns the second.
 MIRROWEN_API std::string fs_merge_path(std::string_view directory, std::string_view name);
 
+/// As `fs_merge_path`, with the slash of the host's paths: on POSIX systems '/', where a backslash is a character of
+/// the name.
+MIRROWEN_API std::string fs_merge_path_slash_sense(std::string_view directory, std::string_view name);
+
 /// Whether `path` lives on a network share: the file system of its nearest existing ancestor is SMB, SMB2 or CIFS
 /// (statfs(2) magic numbers).
 MIRROWEN_API bool fs_is_smb_path(const std::string& path);

@@ -16,6 +16,10 @@ std::string fs_merge_path(std::string_view directory, std::string_view name) {
     return merged.append("/").append(name.substr(first));
 }
 
+std::string fs_merge_path_slash_sense(std::string_view directory, std::string_view name) {
+    return fs_merge_path(directory, name);
+}
+
 std::vector<std::wstring> fs_split_path(std::wstring_view path) {
     std::vector<std::wstring> components;
     while (!path.empty()) {

@@ -133,6 +133,13 @@ TEST(FsPath, MergeLeavesExactlyOneSlash) {
     }
 }
 
+TEST(FsPath, MergeWithTheSlashOfTheHostTakesABackslashForACharacter) {
+    EXPECT_EQ(util::fs_merge_path_slash_sense("a\\", "\\b"), "a\\/\\b");
+    EXPECT_EQ(util::fs_merge_path_slash_sense("/a/", "/b"), "/a/b");
+    EXPECT_EQ(util::fs_merge_path_slash_sense("/a//", ""), "/a");
+    EXPECT_EQ(util::fs_merge_path_slash_sense("/", ""), "/");
+}
+
 TEST(FsPath, SplitDropsEmptyComponents) {
     using testing::ElementsAre;
     using testing::IsEmpty;
