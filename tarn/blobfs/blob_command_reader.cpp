@@ -36,7 +36,8 @@ template <class Body>
 Body ReadBody(const blob_command_t& command) {
     Body body;
     if (command.body.size() < sizeof body) {
-        throw exc::CRuntimeExc("Body of the blob command at offset [%1] is too short.", command.offset);
+        throw exc::CRuntimeExc("Blob command of type [%1] with a body of [%2] bytes is too short.", command.type,
+                               command.body.size());
     }
     std::memcpy(&body, command.body.data(), sizeof body);
     return body;
@@ -46,7 +47,7 @@ Body ReadBody(const blob_command_t& command) {
 std::span<const char> ReadTail(const blob_command_t& command, std::size_t fixed, std::uint32_t announced) {
     const std::span<const char> tail = command.body.subspan(fixed);
     if (announced > tail.size()) {
-        throw exc::CRuntimeExc("Blob command at offset [%1] announces [%2] bytes, only [%3] follow.", command.offset,
+        throw exc::CRuntimeExc("Blob command of type [%1] announces [%2] bytes, only [%3] follow.", command.type,
                                announced, tail.size());
     }
     return tail.first(announced);

@@ -45,12 +45,12 @@ struct blob_write_t {
     std::span<const char> data;  ///< points into the payload
 };
 
-/// The flag of a command that creates a directory or a file; anything but zero is true. Throws `exc::CRuntimeExc` "Body
-/// of the blob command at offset [%1] is too short.".
+/// The flag of a command that creates a directory or a file; anything but zero is true. Throws `exc::CRuntimeExc` "Blob
+/// command of type [%1] with a body of [%2] bytes is too short.".
 TARN_API bool ReadOverwriteFlag(const blob_command_t& command);
 
-/// Throws `exc::CRuntimeExc` "Body of the blob command at offset [%1] is too short." or "Blob command at offset [%1]
-/// announces [%2] bytes, only [%3] follow.".
+/// Throws `exc::CRuntimeExc` "Blob command of type [%1] with a body of [%2] bytes is too short." or "Blob command of
+/// type [%1] announces [%2] bytes, only [%3] follow.".
 TARN_API blob_write_t ReadWrite(const blob_command_t& command);
 
 /// The serialised file info of a metadata command; throws as ReadWrite.

@@ -153,7 +153,7 @@ TEST(BlobCommandBody, OverwriteFlag) {
 
 TEST(BlobCommandBody, MissingFlagIsRefused) {
     EXPECT_THAT(tests::CatchError([] { ReadOverwriteFlag(One(blob_stream_t().Command(1, "/f", "").Bytes())); }),
-                Throws("exc::CRuntimeExc", "Body of the blob command at offset [0] is too short."));
+                Throws("exc::CRuntimeExc", "Blob command of type [1] with a body of [0] bytes is too short."));
 }
 
 TEST(BlobCommandBody, WriteGivesOffsetAndData) {
@@ -175,7 +175,7 @@ TEST(BlobCommandBody, WritePastItsBodyIsRefused) {
     for (const std::uint32_t length : {5U, 0x80000000U, 0xFFFFFFFFU}) {
         const std::string payload = blob_stream_t().CreateDir("/a", false).Write("", 0, "data", length).Bytes();
         EXPECT_THAT(tests::CatchError([&] { ReadWrite(AllOf(payload).at(1)); }),
-                    Throws("exc::CRuntimeExc", "Blob command at offset [13] announces [" + std::to_string(length) +
+                    Throws("exc::CRuntimeExc", "Blob command of type [3] announces [" + std::to_string(length) +
                                                    "] bytes, only [4] follow."));
     }
 }
@@ -184,7 +184,8 @@ TEST(BlobCommandBody, WriteWithoutItsFixedPartIsRefused) {
     for (std::size_t size = 0; size < 12; ++size) {
         EXPECT_THAT(tests::CatchError(
                         [&] { ReadWrite(One(blob_stream_t().Command(3, "/f", std::string(size, '\0')).Bytes())); }),
-                    Throws("exc::CRuntimeExc", "Body of the blob command at offset [0] is too short."));
+                    Throws("exc::CRuntimeExc", "Blob command of type [3] with a body of [" + std::to_string(size) +
+                                                   "] bytes is too short."));
     }
 }
 
@@ -195,11 +196,12 @@ TEST(BlobCommandBody, MetadataGivesItsBytes) {
 
 TEST(BlobCommandBody, MetadataPastItsBodyOrWithoutALengthIsRefused) {
     EXPECT_THAT(tests::CatchError([] { ReadMetadata(One(blob_stream_t().Metadata("/f", "info", 5).Bytes())); }),
-                Throws("exc::CRuntimeExc", "Blob command at offset [0] announces [5] bytes, only [4] follow."));
+                Throws("exc::CRuntimeExc", "Blob command of type [4] announces [5] bytes, only [4] follow."));
     for (std::size_t size = 0; size < 4; ++size) {
         EXPECT_THAT(tests::CatchError(
                         [&] { ReadMetadata(One(blob_stream_t().Command(4, "/f", std::string(size, '\0')).Bytes())); }),
-                    Throws("exc::CRuntimeExc", "Body of the blob command at offset [0] is too short."));
+                    Throws("exc::CRuntimeExc", "Blob command of type [4] with a body of [" + std::to_string(size) +
+                                                   "] bytes is too short."));
     }
 }
 
