@@ -7,6 +7,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <span>
 
 #include "mirrowen/exc/runtime_exc.h"
 
@@ -42,6 +43,25 @@ std::string str_from_size_t(std::size_t size) {
 
 std::string str_from_bool(bool value) {
     return value ? "true" : "false";
+}
+
+std::string str_from_double(double value, unsigned decimals) {
+    // The longest value has 309 digits before the point, and a sign.
+    std::string text(std::size_t{312} + decimals, '\0');
+    const auto [end, error] = std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed,
+                                            static_cast<int>(decimals));
+    text.resize(error == std::errc() ? static_cast<std::size_t>(end - text.data()) : 0);
+    return text;
+}
+
+std::string str_from_bin(const void* data, std::size_t size) {
+    static constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    text.reserve(2 * size);
+    for (const auto byte : std::span(static_cast<const unsigned char*>(data), size)) {
+        text.append({digits[byte >> 4U], digits[byte & 0xFU]});
+    }
+    return text;
 }
 
 std::string str_fsize(std::uint64_t size) {

@@ -15,6 +15,10 @@ MIRROWEN_API std::string str_from_streamsize(std::uint64_t size);
 MIRROWEN_API std::string str_from_size_t(std::size_t size);
 /// "true" or "false".
 MIRROWEN_API std::string str_from_bool(bool value);
+/// With exactly `decimals` digits behind the point, rounded, whatever the locale; "inf" and "nan" as they are.
+MIRROWEN_API std::string str_from_double(double value, unsigned decimals);
+/// Bytes for people: two lower-case hexadecimal digits each, nothing between them.
+MIRROWEN_API std::string str_from_bin(const void* data, std::size_t size);
 /// A size for people: "1536 (1.50 KiB)"; plain below 1 KiB: "512".
 MIRROWEN_API std::string str_fsize(std::uint64_t size);
 

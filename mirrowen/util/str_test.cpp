@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <map>
 #include <random>
 
@@ -17,6 +18,28 @@ TEST(Str, Numbers) {
     EXPECT_EQ(util::str_from_size_t(0), "0");
     EXPECT_EQ(util::str_from_bool(true), "true");
     EXPECT_EQ(util::str_from_bool(false), "false");
+}
+
+TEST(StrFromDouble, HasExactlyTheDecimalsAskedFor) {
+    EXPECT_EQ(util::str_from_double(0, 3), "0.000");
+    EXPECT_EQ(util::str_from_double(12, 3), "12.000");
+    EXPECT_EQ(util::str_from_double(2.0006, 3), "2.001");
+    EXPECT_EQ(util::str_from_double(-1.25, 1), "-1.2");
+    EXPECT_EQ(util::str_from_double(1.5, 0), "2");
+    EXPECT_EQ(util::str_from_double(0.1, 20), "0.10000000000000000555");
+}
+
+TEST(StrFromDouble, TakesAnyValue) {
+    using limits_t = std::numeric_limits<double>;
+    EXPECT_EQ(util::str_from_double(limits_t::lowest(), 3).size(), 1U + 309U + 4U);
+    EXPECT_EQ(util::str_from_double(limits_t::denorm_min(), 3), "0.000");
+    EXPECT_EQ(util::str_from_double(limits_t::infinity(), 3), "inf");
+    EXPECT_EQ(util::str_from_double(limits_t::quiet_NaN(), 3), "nan");
+}
+
+TEST(StrFromBin, GivesTwoDigitsForEachByte) {
+    EXPECT_EQ(util::str_from_bin("\x00\x0f\xf0\xab\xff", 5), "000ff0abff");
+    EXPECT_EQ(util::str_from_bin(nullptr, 0), "");
 }
 
 TEST(StrFsize, GivesBytesAndABinaryUnit) {
