@@ -69,8 +69,9 @@ std::shared_ptr<posix_file_t> posix_file_t::CreateNew(const std::string& path, s
     return file;
 }
 
-std::shared_ptr<posix_file_t> posix_file_t::Open4Write(const std::string& path) {
-    return std::make_shared<posix_file_t>(path, open_file(path, O_RDWR, "Failed to open file [%1] for writing"));
+std::shared_ptr<posix_file_t> posix_file_t::Open4Write(const std::string& path, bool followLink) {
+    const int flags = O_RDWR | (followLink ? 0 : O_NOFOLLOW);
+    return std::make_shared<posix_file_t>(path, open_file(path, flags, "Failed to open file [%1] for writing"));
 }
 
 std::shared_ptr<posix_file_t> posix_file_t::Open4Read(const std::string& path) {

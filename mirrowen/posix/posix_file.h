@@ -21,9 +21,10 @@ class MIRROWEN_API posix_file_t {
     /// Throws errno_exc_t "Failed to create file [%1]", "Failed to set size of file [%1]".
     static std::shared_ptr<posix_file_t> CreateNew(const std::string& path, std::uint64_t length);
 
-    /// Opens an existing file for reading and writing; its content stays. Throws "Failed to open file [%1] for
+    /// Opens an existing file for reading and writing; its content stays. Without `followLink` a link at `path` itself
+    /// is refused with ELOOP; links on the way to it are followed either way. Throws "Failed to open file [%1] for
     /// writing".
-    static std::shared_ptr<posix_file_t> Open4Write(const std::string& path);
+    static std::shared_ptr<posix_file_t> Open4Write(const std::string& path, bool followLink = true);
 
     /// Opens an existing file for reading. Throws "Failed to open file [%1] for reading"; a directory is refused with
     /// EISDIR.

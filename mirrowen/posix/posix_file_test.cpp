@@ -87,6 +87,18 @@ TEST_F(PosixFile, OpeningForWritingKeepsTheContent) {
     EXPECT_EQ(ReadFile(path_), "XYcdef");
 }
 
+TEST_F(PosixFile, LinkIsOpenedForWritingOnlyWhereLinksAreFollowed) {
+    tests::WriteFile(dir_ / "target", "abc");
+    std::filesystem::create_symlink(dir_ / "target", path_);
+    posix_file_t::Open4Write(path_)->Write("X", 1);
+    EXPECT_EQ(ReadFile(dir_ / "target"), "Xbc");
+    EXPECT_THAT(CatchError([&] { posix_file_t::Open4Write(path_, false); }),
+                tests::Throws("posix::errno_exc_t",
+                              "Failed to open file [" + path_ + "] for writing: Too many levels of symbolic links"));
+    posix_file_t::Open4Write(dir_ / "target", false)->Write("Y", 1);
+    EXPECT_EQ(ReadFile(dir_ / "target"), "Ybc");
+}
+
 TEST_F(PosixFile, MissingFileIsNamed) {
     const auto caught = CatchError([&] { posix_file_t::Open4Read(path_); });
     EXPECT_THAT(caught, tests::Throws("posix::errno_exc_t",
