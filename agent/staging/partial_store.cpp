@@ -22,6 +22,8 @@ namespace {
 constinit logging::log_section_t g_log("agent");
 
 constexpr std::chrono::hours kLookEvery{1};
+/// How long whoever wants to go on waits for the transfer before: one whose peer was killed works a moment longer.
+constexpr std::chrono::seconds kLetGo{5};
 
 std::string PlaceOf(const std::string& key) {
     return std::string(kPartialFolder) + "/" + key;
@@ -92,7 +94,7 @@ std::unique_ptr<partial_file_t> partial_store_t::Continue(const std::string& key
 }
 
 std::optional<partial_t> partial_store_t::Find(const std::string& key) const {
-    const auto partial = folder_.TryStat(PlaceOf(key)) ? TryOpen(key) : nullptr;
+    const auto partial = OpenWhenFree(key);
     if (!partial || partial->GetFile()->GetSize() == 0) {
         return std::nullopt;
     }
@@ -117,6 +119,18 @@ std::unique_ptr<partial_file_t> partial_store_t::TryOpen(const std::string& key)
     }
     auto file = std::make_shared<posix::posix_file_t>(folder->Shown(key), std::move(fd));
     return std::make_unique<partial_file_t>(folder, key, std::move(file));
+}
+
+std::unique_ptr<partial_file_t> partial_store_t::OpenWhenFree(const std::string& key) const {
+    const auto until = util::clock().SteadyNow() + kLetGo;
+    while (folder_.TryStat(PlaceOf(key))) {
+        auto partial = TryOpen(key);
+        if (partial || util::clock().SteadyNow() >= until) {
+            return partial;
+        }
+        util::clock().SleepFor(util::kWaitSlice, {});
+    }
+    return nullptr;
 }
 
 std::unique_ptr<partial_file_t> partial_store_t::Make(const std::string& key) {

@@ -44,12 +44,14 @@ class partial_store_t {
     /// work. Throws errors of opening and cutting.
     std::unique_ptr<partial_file_t> Continue(const std::string& key, std::uint64_t length, std::uint64_t& kept);
 
-    /// What is kept under the key, read and digested; nothing when it is in work.
+    /// What is kept under the key, read and digested. A transfer that is at work under the key is waited for, but no
+    /// longer than five seconds: nothing then.
     std::optional<partial_t> Find(const std::string& key) const;
 
   private:
     std::shared_ptr<const confined_root_t> OpenFolder() const;
     std::unique_ptr<partial_file_t> TryOpen(const std::string& key) const;
+    std::unique_ptr<partial_file_t> OpenWhenFree(const std::string& key) const;
     std::unique_ptr<partial_file_t> Make(const std::string& key);
     void DropOld();
 

@@ -156,13 +156,38 @@ TEST_F(Partial, AnotherPathSizeOrTimeFindsNothing) {
 TEST_F(Partial, FileInWorkIsNotFoundAndASecondTransferGoesItsOwnWay) {
     const dev_t first = MakeLarge(Large("new"));
     first->Write(AreaOf("con", 0));
-    EXPECT_EQ(Find(), std::nullopt);
+    {
+        const tests::fake_clock_t clock;
+        const auto begin = clock.SteadyNow();
+        EXPECT_EQ(Find(), std::nullopt);
+        EXPECT_EQ(clock.SteadyNow() - begin, std::chrono::seconds(5));
+    }
     const dev_t second = MakeLarge(Large("new"), 5);
     second->Write(AreaOf("other", 0));
     EXPECT_EQ(Staged().size(), 2U);
     second->Finish(nullptr);
     EXPECT_EQ(ReadFile(Inside() / "new"), "other");
     EXPECT_EQ(ReadFile(Place()), "con");
+}
+
+/// Lets a transfer end while somebody waits for it.
+class ending_clock_t final : public util::IClock {
+  public:
+    explicit ending_clock_t(std::shared_ptr<io::area::area_write_dev_t> transfer) : transfer_(std::move(transfer)) {}
+    steady_point_t SteadyNow() const override { return {}; }
+    std::chrono::system_clock::time_point SystemNow() const override { return {}; }
+    void SleepFor(std::chrono::milliseconds, std::stop_token) override { transfer_.reset(); }
+
+  private:
+    std::shared_ptr<io::area::area_write_dev_t> transfer_;
+    util::scoped_clock_t inForce_{*this};
+};
+
+TEST_F(Partial, TransferThatIsAboutToEndIsWaitedFor) {
+    dev_t dev = MakeLarge(Large("new"));
+    dev->Write(AreaOf("con", 0));
+    const ending_clock_t clock(std::move(dev));
+    EXPECT_EQ(Find(), PartialOf("con"));
 }
 
 TEST_F(Partial, FailedWriteRemovesIt) {

@@ -53,7 +53,8 @@ class staging_t {
     const confined_root_t& GetFolder() const noexcept { return *run_; }
 
     /// What is kept of a file that was to get the name `path` below the root with this size and modification time; it
-    /// is read as a whole. Nothing when none is kept or a transfer is writing it.
+    /// is read as a whole. A transfer that is writing it is waited for, five seconds at most. Nothing when none is kept
+    /// or it is still being written.
     std::optional<partial_t> FindPartial(const std::string& path, std::uint64_t size,
                                          const util::SFileTime& modified) const;
     /// Where such files are kept.
