@@ -1,5 +1,7 @@
 #include "mirrowen/posix/posix_file.h"
 
+#include <sys/file.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <limits>
@@ -40,6 +42,12 @@ struct stat stat_of(const unique_fd_t& fd, const std::string& path) {
     return info;
 }
 
+void lock_file(const unique_fd_t& fd, const std::string& path, int operation) {
+    if (uninterrupted([&] { return sys().flock(fd.get(), operation | LOCK_NB); }) < 0) {
+        throw errno_exc_t("Failed to lock file [%1]", path, errno);
+    }
+}
+
 // The position after the seek.
 std::uint64_t seek(const unique_fd_t& fd, const std::string& path, std::uint64_t offset, int whence) {
     if (offset > kMaxOffset) {
@@ -74,10 +82,27 @@ std::shared_ptr<posix_file_t> posix_file_t::Open4Write(const std::string& path, 
     return std::make_shared<posix_file_t>(path, open_file(path, flags, "Failed to open file [%1] for writing"));
 }
 
-std::shared_ptr<posix_file_t> posix_file_t::Open4Read(const std::string& path) {
+std::shared_ptr<posix_file_t> posix_file_t::OpenOrCreate4Write(const std::string& path, bool lock,
+                                                               std::uint64_t length) {
+    unique_fd_t fd = open_file(path, O_RDWR | O_CREAT, "Failed to open file [%1] for writing");
+    if (lock) {
+        lock_file(fd, path, LOCK_EX);
+    }
+    auto file = std::make_shared<posix_file_t>(path, std::move(fd));
+    file->SetSize(0);
+    if (length != 0) {
+        file->SetSize(length);
+    }
+    return file;
+}
+
+std::shared_ptr<posix_file_t> posix_file_t::Open4Read(const std::string& path, bool lock) {
     unique_fd_t fd = open_file(path, O_RDONLY, "Failed to open file [%1] for reading");
     if (S_ISDIR(stat_of(fd, path).st_mode)) {
         throw errno_exc_t("Failed to open file [%1] for reading", path, EISDIR);
+    }
+    if (lock) {
+        lock_file(fd, path, LOCK_SH);
     }
     return std::make_shared<posix_file_t>(path, std::move(fd));
 }

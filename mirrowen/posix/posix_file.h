@@ -26,9 +26,18 @@ class MIRROWEN_API posix_file_t {
     /// writing".
     static std::shared_ptr<posix_file_t> Open4Write(const std::string& path, bool followLink = true);
 
-    /// Opens an existing file for reading. Throws "Failed to open file [%1] for reading"; a directory is refused with
-    /// EISDIR.
-    static std::shared_ptr<posix_file_t> Open4Read(const std::string& path);
+    /// Opens a file for reading and writing, with mode 0600 when it is new. What was in it is gone: it has `length`
+    /// bytes, all zero. With `lock` it is locked for this object alone, before anything in it changes. Throws "Failed
+    /// to open file [%1] for writing", "Failed to set size of file [%1]" and, when somebody else has a lock, "Failed to
+    /// lock file [%1]".
+    static std::shared_ptr<posix_file_t> OpenOrCreate4Write(const std::string& path, bool lock, std::uint64_t length);
+
+    /// Opens an existing file for reading, with `lock` locked against those that lock it for writing. Throws "Failed to
+    /// open file [%1] for reading"; a directory is refused with EISDIR. A lock that cannot be had throws "Failed to
+    /// lock file [%1]".
+    ///
+    /// All locks are advisory (flock), are not waited for and end with the object.
+    static std::shared_ptr<posix_file_t> Open4Read(const std::string& path, bool lock = false);
 
     posix_file_t(std::string path, unique_fd_t fd);
     posix_file_t(const posix_file_t&) = delete;

@@ -99,6 +99,43 @@ TEST_F(PosixFile, LinkIsOpenedForWritingOnlyWhereLinksAreFollowed) {
     EXPECT_EQ(ReadFile(dir_ / "target"), "Ybc");
 }
 
+TEST_F(PosixFile, OpenedOrCreatedFileHoldsOnlyWhatIsWritten) {
+    tests::WriteFile(path_, "something longer");
+    posix_file_t::OpenOrCreate4Write(path_, false, 0)->Write("new", 3);
+    EXPECT_EQ(ReadFile(path_), "new");
+    posix_file_t::OpenOrCreate4Write(path_, false, 5);
+    EXPECT_EQ(ReadFile(path_), std::string(5, '\0'));
+}
+
+TEST_F(PosixFile, OpenedOrCreatedFileIsMadeWhenMissing) {
+    posix_file_t::OpenOrCreate4Write(path_, false, 2);
+    EXPECT_EQ(ReadFile(path_), std::string(2, '\0'));
+    struct stat info = {};
+    ASSERT_EQ(::stat(path_.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777U, 0600U);
+    EXPECT_THAT(CatchError([&] { posix_file_t::OpenOrCreate4Write(dir_ / "none/file", false, 0); }),
+                tests::Throws("posix::errno_exc_t", "Failed to open file [" + (dir_ / "none/file") +
+                                                        "] for writing: No such file or directory"));
+    tests::faulty_syscalls_t calls;
+    calls.Fail<&syscalls_t::ftruncate>(EIO);
+    EXPECT_THAT(CatchError([&] { posix_file_t::OpenOrCreate4Write(path_, false, 0); }),
+                tests::ThrowsText("Failed to set size of file [" + path_ + "]: Input/output error"));
+}
+
+TEST_F(PosixFile, LockedFileIsSparedByOthersThatLock) {
+    const std::string refusal = "Failed to lock file [" + path_ + "]: Resource temporarily unavailable";
+    auto writer = posix_file_t::OpenOrCreate4Write(path_, true, 0);
+    writer->Write("mine", 4);
+    EXPECT_THAT(CatchError([&] { posix_file_t::OpenOrCreate4Write(path_, true, 0); }), tests::ThrowsText(refusal));
+    EXPECT_THAT(CatchError([&] { posix_file_t::Open4Read(path_, true); }), tests::ThrowsText(refusal));
+    EXPECT_EQ(read_some(*posix_file_t::Open4Read(path_), 10), "mine");
+    writer.reset();
+    const auto reader = posix_file_t::Open4Read(path_, true);
+    EXPECT_EQ(read_some(*posix_file_t::Open4Read(path_, true), 10), "mine");
+    EXPECT_THAT(CatchError([&] { posix_file_t::OpenOrCreate4Write(path_, true, 0); }), tests::ThrowsText(refusal));
+    EXPECT_EQ(read_some(*reader, 10), "mine");
+}
+
 TEST_F(PosixFile, MissingFileIsNamed) {
     const auto caught = CatchError([&] { posix_file_t::Open4Read(path_); });
     EXPECT_THAT(caught, tests::Throws("posix::errno_exc_t",
