@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "tarn/blobfs/blob_creater.h"
+#include "tests/support/blob_stream.h"
 #include "tests/support/recording_blob_connection.h"
 
 namespace {
@@ -38,7 +39,7 @@ thread_local bool g_failed = false;
 namespace {
 
 using namespace std::string_literals;
-using tests::BlobCommand;
+using tests::blob_stream_t;
 
 // Long, so that every copy of them takes memory of its own.
 const std::string kFirst = "a path that does not fit into the string object itself";
@@ -69,10 +70,12 @@ TEST(BlobCreaterAllocation, CommandThatFoundNoMemoryLeavesItsPathToTheNext) {
         failures += thrown ? 1 : 0;
         creater.CreateDir(kSecond, false);
         creater.Finish();
-        const std::string first = BlobCommand(2, kFirst, "\x01");
-        const std::string created = BlobCommand(2, kSecond, "\x01") + BlobCommand(1, "", "\0"s);
+        const std::string first = blob_stream_t().CreateFile(kFirst, true).Bytes();
+        const std::string created = blob_stream_t().CreateFile(kSecond, true).CreateDir("", false).Bytes();
         ASSERT_EQ(connection->payloads.size(), 1U);
-        EXPECT_EQ(connection->payloads[0], first + (thrown ? BlobCommand(1, kSecond, "\0"s) : created)) << n;
+        EXPECT_EQ(connection->payloads[0],
+                  first + (thrown ? blob_stream_t().CreateDir(kSecond, false).Bytes() : created))
+            << n;
     }
     EXPECT_GE(failures, 2);
 }
@@ -89,7 +92,7 @@ TEST(BlobCreaterAllocation, BlobThatFoundNoMemoryIsGoneAndTheNextIsWhole) {
         creater.CreateDir(kFirst, false);
         creater.Finish();
         ASSERT_EQ(connection->payloads.size(), before + 1);
-        EXPECT_EQ(connection->payloads.back(), BlobCommand(1, kFirst, "\0"s)) << n;
+        EXPECT_EQ(connection->payloads.back(), blob_stream_t().CreateDir(kFirst, false).Bytes()) << n;
     }
     EXPECT_GE(failures, 3);
 }

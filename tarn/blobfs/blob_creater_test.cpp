@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "mirrowen/posix/syscalls.h"
+#include "tests/support/blob_stream.h"
 #include "tests/support/caught_error.h"
 #include "tests/support/faulty_syscalls.h"
 #include "tests/support/log_capture.h"
@@ -20,14 +21,17 @@ namespace {
 using namespace std::string_literals;
 using logging::ELevel;
 using testing::ElementsAre;
-using tests::BlobCommand;
-using tests::BlobWrite;
+using tests::blob_stream_t;
 
 static_assert(!std::is_copy_constructible_v<BlobCreater> && !std::is_copy_assignable_v<BlobCreater>);
 static_assert(std::is_same_v<decltype(&BlobCreater::WriteFile),
                              void (BlobCreater::*)(const std::string&, unsigned long, const void*, unsigned long)>);
 static_assert(std::is_same_v<decltype(&BlobCreater::SetFileMetadata),
                              void (BlobCreater::*)(const util::CFileInfo&, const std::string&)>);
+
+// Connection, last path, name of the current file, its size, buffer.
+static_assert(sizeof(BlobCreater) ==
+              2 * sizeof(std::shared_ptr<void>) + 2 * sizeof(std::string) + sizeof(std::uint64_t));
 
 constexpr std::size_t kMax = 31457280;
 
@@ -83,8 +87,8 @@ TEST_F(BlobCreaterTest, CommandsFollowOneAnotherByteForByte) {
     EXPECT_THAT(Names(), ElementsAre("blobfs0"));
     EXPECT_THAT(Payloads(), ElementsAre("\x0D\0\0\0\x01\0\0\0\x02\0/d\0"s
                                         "\x0F\0\0\0\x02\0\0\0\x04\0/d/f\x01"s
-                                        "\x19\0\0\0\x03\0\0\0\0\0\x07\0\0\0\0\0\0\0\x03\0\0\0"s +
-                                        "abc"));
+                                        "\x19\0\0\0\x03\0\0\0\0\0\x07\0\0\0\0\0\0\0\x03\0\0\0"
+                                        "abc"s));
 }
 
 TEST_F(BlobCreaterTest, FileIsOneFrameUnderItsNameInTheLocalFolder) {
@@ -102,8 +106,12 @@ TEST_F(BlobCreaterTest, FlagsAreOneByte) {
     creater_->CreateFile("c", true);
     creater_->CreateFile("d", false);
     End();
-    EXPECT_THAT(Payloads(), ElementsAre(BlobCommand(1, "a", "\x01") + BlobCommand(1, "b", "\0"s) +
-                                        BlobCommand(2, "c", "\x01") + BlobCommand(2, "d", "\0"s)));
+    EXPECT_THAT(Payloads(), ElementsAre(blob_stream_t()
+                                            .CreateDir("a", true)
+                                            .CreateDir("b", false)
+                                            .CreateFile("c", true)
+                                            .CreateFile("d", false)
+                                            .Bytes()));
 }
 
 TEST_F(BlobCreaterTest, PathIsCarriedOnlyWhereItDiffersFromTheOneBefore) {
@@ -115,10 +123,14 @@ TEST_F(BlobCreaterTest, PathIsCarriedOnlyWhereItDiffersFromTheOneBefore) {
     creater_->CreateDir("b", false);
     End();
     const std::string info = Serialized(SomeInfo());
-    EXPECT_THAT(Payloads(),
-                ElementsAre(BlobCommand(2, "a", "\0"s) + BlobWrite("", 0, "1") + BlobWrite("ab", 0, "2") +
-                            BlobWrite("a", 1, "3") + BlobCommand(4, "", tests::LittleEndian(info.size(), 4) + info) +
-                            BlobCommand(1, "b", "\0"s)));
+    EXPECT_THAT(Payloads(), ElementsAre(blob_stream_t()
+                                            .CreateFile("a", false)
+                                            .Write("", 0, "1")
+                                            .Write("ab", 0, "2")
+                                            .Write("a", 1, "3")
+                                            .Metadata("", info)
+                                            .CreateDir("b", false)
+                                            .Bytes()));
 }
 
 TEST_F(BlobCreaterTest, EmptyPathIsLikeNoneAndIsRemembered) {
@@ -127,8 +139,12 @@ TEST_F(BlobCreaterTest, EmptyPathIsLikeNoneAndIsRemembered) {
     creater_->CreateFile("", false);
     creater_->CreateFile("a", false);
     End();
-    EXPECT_THAT(Payloads(), ElementsAre(BlobCommand(2, "", "\0"s) + BlobCommand(2, "a", "\0"s) +
-                                        BlobCommand(2, "", "\0"s) + BlobCommand(2, "a", "\0"s)));
+    EXPECT_THAT(Payloads(), ElementsAre(blob_stream_t()
+                                            .CreateFile("", false)
+                                            .CreateFile("a", false)
+                                            .CreateFile("", false)
+                                            .CreateFile("a", false)
+                                            .Bytes()));
 }
 
 TEST_F(BlobCreaterTest, MetadataIsLengthAndSerialForm) {
@@ -137,8 +153,7 @@ TEST_F(BlobCreaterTest, MetadataIsLengthAndSerialForm) {
     End();
     const std::string info = Serialized(SomeInfo());
     const std::string unset = Serialized(util::CFileInfo());
-    EXPECT_THAT(Payloads(), ElementsAre(BlobCommand(4, "/f", tests::LittleEndian(info.size(), 4) + info) +
-                                        BlobCommand(4, "/g", tests::LittleEndian(unset.size(), 4) + unset)));
+    EXPECT_THAT(Payloads(), ElementsAre(blob_stream_t().Metadata("/f", info).Metadata("/g", unset).Bytes()));
 }
 
 TEST_F(BlobCreaterTest, MetadataThatCannotBeCarriedLeavesNoTrace) {
@@ -148,25 +163,25 @@ TEST_F(BlobCreaterTest, MetadataThatCannotBeCarriedLeavesNoTrace) {
     EXPECT_EQ(tests::CatchError([&] { creater_->SetFileMetadata(info, "b"); }).type, "exc::CRuntimeExc");
     Write("b", 0, "1");
     End();
-    EXPECT_THAT(Payloads(), ElementsAre(BlobCommand(2, "a", "\0"s) + BlobWrite("b", 0, "1")));
+    EXPECT_THAT(Payloads(), ElementsAre(blob_stream_t().CreateFile("a", false).Write("b", 0, "1").Bytes()));
 }
 
 TEST_F(BlobCreaterTest, WriteOfNothingIsACommand) {
     creater_->WriteFile("f", 9, nullptr, 0);
     End();
-    EXPECT_THAT(Payloads(), ElementsAre(BlobWrite("f", 9, "")));
+    EXPECT_THAT(Payloads(), ElementsAre(blob_stream_t().Write("f", 9, "").Bytes()));
 }
 
 TEST_F(BlobCreaterTest, OffsetsUseAllBits) {
     Write("f", 0xFFEEDDCCBBAA9988, "1");
     End();
-    EXPECT_THAT(Payloads(), ElementsAre(BlobWrite("f", 0xFFEEDDCCBBAA9988, "1")));
+    EXPECT_THAT(Payloads(), ElementsAre(blob_stream_t().Write("f", 0xFFEEDDCCBBAA9988, "1").Bytes()));
 }
 
 TEST_F(BlobCreaterTest, WriteOfTheGreatestChunkIsOneCommand) {
     Write("f", 5, std::string(kMax, 'x'));
     ASSERT_EQ(Payloads().size(), 1U) << "header and path make it too large, so the blob ends with it";
-    EXPECT_TRUE(Payloads()[0] == BlobWrite("f", 5, std::string(kMax, 'x')));
+    EXPECT_TRUE(Payloads()[0] == blob_stream_t().Write("f", 5, std::string(kMax, 'x')).Bytes());
     End();
     EXPECT_EQ(Payloads().size(), 1U);
 }
@@ -175,8 +190,8 @@ TEST_F(BlobCreaterTest, OneByteMoreIsASecondCommandWithThePathAgain) {
     Write("f", 5, std::string(kMax, 'x') + "y");
     End();
     EXPECT_THAT(Names(), ElementsAre("blobfs0", "blobfs1"));
-    EXPECT_TRUE(Payloads()[0] == BlobWrite("f", 5, std::string(kMax, 'x')));
-    EXPECT_EQ(Payloads()[1], BlobWrite("f", 5 + kMax, "y"));
+    EXPECT_TRUE(Payloads()[0] == blob_stream_t().Write("f", 5, std::string(kMax, 'x')).Bytes());
+    EXPECT_EQ(Payloads()[1], blob_stream_t().Write("f", 5 + kMax, "y").Bytes());
 }
 
 TEST_F(BlobCreaterTest, BlobOfExactlyTheThresholdGoesOn) {
@@ -188,7 +203,7 @@ TEST_F(BlobCreaterTest, BlobOfExactlyTheThresholdGoesOn) {
     creater_->CreateFile("f", true);
     End();
     EXPECT_THAT(Names(), ElementsAre("blobfs0", "blobfs1"));
-    EXPECT_EQ(Payloads()[1], BlobCommand(2, "f", "\x01")) << "a new blob begins with a path";
+    EXPECT_EQ(Payloads()[1], blob_stream_t().CreateFile("f", true).Bytes()) << "a new blob begins with a path";
 }
 
 TEST_F(BlobCreaterTest, BlobOfOneByteMoreEndsAtOnce) {
@@ -231,7 +246,7 @@ TEST_F(BlobCreaterTest, OlderFileOfThatNameIsReplaced) {
     tests::WriteFile(connection_->dir / "blobfs0", std::string(1000, 'x'));
     creater_->CreateDir("/d", false);
     End();
-    EXPECT_THAT(Payloads(), ElementsAre(BlobCommand(1, "/d", "\0"s)));
+    EXPECT_THAT(Payloads(), ElementsAre(blob_stream_t().CreateDir("/d", false).Bytes()));
     EXPECT_LT(tests::ReadFile(connection_->dir / "blobfs0").size(), 100U);
 }
 
@@ -244,14 +259,14 @@ TEST_F(BlobCreaterTest, TheConnectionIsHeldToTheEnd) {
 TEST_F(BlobCreaterTest, FinishAnnouncesWhatIsPendingAndGoesOn) {
     creater_->CreateFile("f", false);
     creater_->Finish();
-    EXPECT_THAT(Payloads(), ElementsAre(BlobCommand(2, "f", "\0"s)));
+    EXPECT_THAT(Payloads(), ElementsAre(blob_stream_t().CreateFile("f", false).Bytes()));
     creater_->Finish();
     EXPECT_EQ(Names().size(), 1U) << "nothing was pending";
     Write("f", 0, "1");
     creater_->Finish();
     End();
     EXPECT_THAT(Names(), ElementsAre("blobfs0", "blobfs1"));
-    EXPECT_EQ(Payloads()[1], BlobWrite("f", 0, "1"));
+    EXPECT_EQ(Payloads()[1], blob_stream_t().Write("f", 0, "1").Bytes());
 }
 
 class BlobCreaterFailure : public BlobCreaterTest {
@@ -278,7 +293,7 @@ TEST_F(BlobCreaterFailure, CommandsOfABlobThatCouldNotBeWrittenAreGoneAndTheNext
     Write("f", 0, "1");
     End();
     EXPECT_THAT(Names(), ElementsAre("blobfs1")) << "no name is used again";
-    EXPECT_EQ(Payloads()[0], BlobWrite("f", 0, "1"));
+    EXPECT_EQ(Payloads()[0], blob_stream_t().Write("f", 0, "1").Bytes());
     EXPECT_TRUE(log.Has(ELevel::eTrace, "Blob file created. size=24."));
 }
 
@@ -300,7 +315,7 @@ TEST_F(BlobCreaterFailure, WhatTheConnectionThrowsIsPassedOnAndTheNextBlobIsWhol
     Write("f", 0, "1");
     End();
     EXPECT_THAT(Names(), ElementsAre("blobfs0", "blobfs1"));
-    EXPECT_EQ(Payloads()[1], BlobWrite("f", 0, "1"));
+    EXPECT_EQ(Payloads()[1], blob_stream_t().Write("f", 0, "1").Bytes());
 }
 
 TEST_F(BlobCreaterFailure, FailureAtTheEndIsOnlyLogged) {

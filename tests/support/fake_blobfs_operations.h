@@ -30,9 +30,12 @@ class fake_blobfs_operations_t : public tarn::blobfs::blobfs_operations_t {
     MOCK_METHOD(void, RenameFile, (const std::string&, const std::string&), (override));
     MOCK_METHOD(std::shared_ptr<tarn::backup_media_t>, GetBackupMedia, (), (override));
     MOCK_METHOD(util::CFileInfo, GetFileMetadata, (const std::string&, tarn::EFileInfoType), (override));
+    MOCK_METHOD(util::CFileInfo, GetFileMetadata, (const std::string&), (override));
     MOCK_METHOD(void, SetFileMetadata, (const util::CFileInfo&, const std::string&), (override));
     MOCK_METHOD(bool, TryGetSymLinkInfo, (const std::string&, tarn::CSymlinkData&), (override));
+    MOCK_METHOD(bool, TryGetSymLinkInfo, (const std::string&, std::string&), (override));
     MOCK_METHOD(void, CreateSymLink, (const std::string&, const tarn::CSymlinkData&), (override));
+    MOCK_METHOD(void, CreateSymLink, (const std::string&, const std::string&), (override));
 };
 
 /// Registers a fake blob backend under a prefix for the life of this object.

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -39,25 +38,5 @@ class recording_blob_connection_t : public tarn::blobfs::CBlobFsConnnection {
     std::vector<std::string> payloads;
     std::function<void()> onCreated;  ///< the last thing that happens in a call
 };
-
-/// The lowest `width` bytes of a number, the least significant one first.
-inline std::string LittleEndian(std::uint64_t value, int width) {
-    std::string bytes;
-    for (int i = 0; i != width; ++i) {
-        bytes += static_cast<char>(value >> 8 * i & 0xFF);
-    }
-    return bytes;
-}
-
-/// A command as it stands in a payload.
-inline std::string BlobCommand(std::uint32_t type, std::string_view path, std::string_view body) {
-    return LittleEndian(10 + path.size() + body.size(), 4) + LittleEndian(type, 4) + LittleEndian(path.size(), 2) +
-           std::string(path) + std::string(body);
-}
-
-/// A write command.
-inline std::string BlobWrite(std::string_view path, std::uint64_t offset, std::string_view data) {
-    return BlobCommand(3, path, LittleEndian(offset, 8) + LittleEndian(data.size(), 4) + std::string(data));
-}
 
 }  // namespace tests
