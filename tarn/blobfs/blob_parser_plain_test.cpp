@@ -1,4 +1,3 @@
-#include <cstring>
 #include <filesystem>
 
 #include <gmock/gmock.h>
@@ -6,40 +5,61 @@
 
 #include "tests/support/blob_fixture.h"
 
-/// The operations that keep no file open, which `Execute` does not use.
+/// The private operations as such: their types, and the two that keep no file open, which `Execute` does not use.
 namespace {
 
+using tarn::blobfs::BlobBody_CreateDir;
 using tarn::blobfs::BlobBody_CreateFile;
+using tarn::blobfs::BlobBody_SetFileMetadata;
 using tarn::blobfs::BlobBody_WriteFile;
+using tarn::blobfs::BlobCmd_Header;
+using parser_t = tarn::blobfs::BlobParser;
+using file_ptr_t = std::shared_ptr<posix::posix_file_t>;
 
-/// Reaches a private member: the arguments of an explicit instantiation are not checked for access.
+template <class... Args>
+using operation_t = std::uint32_t (parser_t::*)(Args...);
+
+/// Compiles only for an operation of exactly this type. The arguments of an explicit instantiation are not checked for
+/// access.
+template <class Type, Type Member>
+struct has_type_t {};
+template struct has_type_t<operation_t<std::list<const BlobCmd_Header*>&>, &parser_t::_ApplyListCmds>;
+template struct has_type_t<operation_t<const std::string&, const BlobBody_CreateDir*>, &parser_t::_CreateFolder>;
+template struct has_type_t<operation_t<const std::string&, const BlobBody_CreateFile*, file_ptr_t&>,
+                           &parser_t::_CreateFileOptimized>;
+template struct has_type_t<operation_t<const std::string&, const BlobBody_WriteFile*, file_ptr_t&>,
+                           &parser_t::_WriteFileOptimized>;
+template struct has_type_t<operation_t<const std::string&, const BlobBody_SetFileMetadata*>,
+                           &parser_t::_SetFileMetadata>;
+
+/// Reaches a private member in the same way.
 template <class Tag, typename Tag::type Member>
 struct reach_t {
     friend typename Tag::type Reach(Tag /*tag*/) { return Member; }
 };
 
-struct create_tag_t {
-    using type = std::uint32_t (tarn::blobfs::BlobParser::*)(const std::string&, const BlobBody_CreateFile*);
-    friend type Reach(create_tag_t tag);
+struct create_t {
+    using type = operation_t<const std::string&, const BlobBody_CreateFile*>;
+    friend type Reach(create_t tag);
 };
-template struct reach_t<create_tag_t, &tarn::blobfs::BlobParser::_CreateFile>;
+template struct reach_t<create_t, &parser_t::_CreateFile>;
 
-struct write_tag_t {
-    using type = std::uint32_t (tarn::blobfs::BlobParser::*)(const std::string&, const BlobBody_WriteFile*);
-    friend type Reach(write_tag_t tag);
+struct write_t {
+    using type = operation_t<const std::string&, const BlobBody_WriteFile*>;
+    friend type Reach(write_t tag);
 };
-template struct reach_t<write_tag_t, &tarn::blobfs::BlobParser::_WriteFile>;
+template struct reach_t<write_t, &parser_t::_WriteFile>;
 
 class BlobParserPlain : public tests::blob_fixture_t {
   protected:
     std::uint32_t Create(const std::string& path, std::uint8_t overwrite) {
         const BlobBody_CreateFile body{overwrite};
-        return (parser_.*Reach(create_tag_t()))(path, &body);
+        return (parser_.*Reach(create_t()))(path, &body);
     }
     std::uint32_t Write(const std::string& path, std::uint64_t offset, const std::string& data) {
         const std::string bytes =
             tests::wire_text_t().U64(offset).U32(static_cast<std::uint32_t>(data.size())).Raw(data).Bytes();
-        return (parser_.*Reach(write_tag_t()))(path, reinterpret_cast<const BlobBody_WriteFile*>(bytes.data()));
+        return (parser_.*Reach(write_t()))(path, reinterpret_cast<const BlobBody_WriteFile*>(bytes.data()));
     }
 };
 

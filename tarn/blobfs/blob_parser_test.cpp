@@ -248,6 +248,22 @@ TEST_F(BlobParser, OverwrittenFolderReplacesALinkToOne) {
     EXPECT_EQ(Content("real/inside"), "kept");
 }
 
+TEST_F(BlobParser, LinkToAFolderIsAFolder) {
+    util::fs_make_directory(Path("real"));
+    std::filesystem::create_symlink(Path("real"), Path("d"));
+    std::filesystem::create_symlink(Path("nothing"), Path("dangling"));
+    EXPECT_EQ(Apply(blob_stream_t()
+                        .CreateDir(Path("d"), false)
+                        .CreateFile(Path("d/f"), false)
+                        .CreateDir(Path("dangling"), false))
+                  .what,
+              Fails(1));
+    EXPECT_EQ(Content("real/f"), "");
+    EXPECT_THAT(Errors(), ElementsAre(error_line_t{"Failed to create folder [" + Path("dangling") + "]",
+                                                   "Failed to create directory [" + Path("dangling") + kExists}));
+    EXPECT_FALSE(util::fs_file_exists(Path("nothing")));
+}
+
 // Files
 
 TEST_F(BlobParser, FileThatExistsKeepsItsContentAndTakesTheWrites) {
@@ -301,6 +317,15 @@ TEST_F(BlobParser, LinkIsNeverWrittenThrough) {
     EXPECT_EQ(Errors().at(2), (error_line_t{"Failed to write file [" + Path("f") + "]", loop}));
     EXPECT_EQ(Content("target"), "kept");
     EXPECT_FALSE(util::fs_file_exists(Path("nothing")));
+}
+
+TEST_F(BlobParser, PipeInTheWayTakesNothing) {
+    ASSERT_EQ(::mkfifo(Path("f").c_str(), 0600), 0);
+    EXPECT_EQ(Apply(blob_stream_t().CreateFile(Path("f"), false).Write("", 0, "x")).what, Fails(1));
+    EXPECT_THAT(Errors(), ElementsAre(error_line_t{"Failed to write file [" + Path("f") + "]",
+                                                   "Failed to seek in file [" + Path("f") + "]: Illegal seek"}));
+    EXPECT_FALSE(Apply(blob_stream_t().CreateFile(Path("f"), true).Write("", 0, "x")).thrown);
+    EXPECT_EQ(Content("f"), "x");
 }
 
 TEST_F(BlobParser, FileThatAppearsBeforeItIsCreatedIsNotTouched) {
@@ -403,16 +428,16 @@ TEST_F(BlobParser, MetadataThatCannotBeAppliedIsToldWithItsBytes) {
     ASSERT_EQ(Errors().size(), 1U);
     EXPECT_EQ(Errors()[0].text, "Failed to set file metadata for file [" + Path("missing") + "]");
     EXPECT_THAT(Errors()[0].failure, testing::StartsWith("Failed to apply attributes to [" + Path("missing") + "]."));
-    std::vector<std::string> texts;
+    std::vector<std::pair<logging::ELevel, std::string>> lines;
     for (const auto& line : log_.Lines()) {
         if (line.section == "fs_log") {
-            texts.push_back(line.text);
+            lines.emplace_back(line.level, line.text);
         }
     }
-    ASSERT_EQ(texts.size(), 7U);
-    EXPECT_EQ(texts[3], Errors()[0].text);
-    EXPECT_EQ(texts[4], "deserialized:");
-    EXPECT_EQ(texts[5], util::str_from_bin(info.data(), info.size()));
+    ASSERT_EQ(lines.size(), 7U);
+    EXPECT_THAT(lines[3], Pair(logging::ELevel::eErr, Errors()[0].text));
+    EXPECT_THAT(lines[4], Pair(logging::ELevel::eTrace, "deserialized:"));
+    EXPECT_THAT(lines[5], Pair(logging::ELevel::eTrace, util::str_from_bin(info.data(), info.size())));
 }
 
 TEST_F(BlobParser, MetadataClosesTheFileAndAWriteOpensItAgain) {
