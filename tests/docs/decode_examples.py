@@ -124,6 +124,62 @@ def journal_line(reader):
     return text[:-1].split(b" ")
 
 
+def literals(reader, count):
+    """The start of an LZ4 block that is a single run of literals."""
+    token = reader.take(1)[0]
+    length = token >> 4
+    more = 255 if length == 15 else 0
+    while more == 255:
+        more = reader.take(1)[0]
+        length += more
+    if length != count or token & 15:
+        raise Fault(f"a block of {length} literals for {count} bytes")
+    reader.end(None)
+
+
+def blob_command(reader):
+    """Kind, path and body of a command whose length is right."""
+    begin = reader.position
+    total, kind, path_length = struct.unpack("<IIH", reader.take(10))
+    values = [kind, reader.raw(path_length) if path_length else reader.end(b"")]
+    if kind in (1, 2):
+        values.append(reader.u8())
+    elif kind == 3:
+        values += [reader.u64(), reader.string()]
+    elif kind == 4:
+        length, start = reader.u32(), reader.position
+        values.append(file_info(reader))
+        if reader.position - start != length:
+            raise Fault(f"a file info of {reader.position - start} bytes with the length {length}")
+    else:
+        raise Fault(f"command {kind}")
+    if reader.position - begin != total:
+        raise Fault(f"a command of {reader.position - begin} bytes with the length {total}")
+    return values
+
+
+def blob_file(reader):
+    magic, checksum, length = reader.u32(), reader.u32(), reader.u32()
+    literals(reader, length)
+    begin, commands = reader.position, []
+    while reader.position < len(reader.data):
+        commands.append(blob_command(reader))
+    if magic != 0xF800000F or checksum != frames.crc32c(reader.data[begin:]):
+        raise Fault(f"magic {magic:x}, checksum {checksum:x}")
+    return commands
+
+
+def string_over_lines(reader):
+    """A string that may be too long for a line."""
+    return b"".join(reader.raw(1) for _ in range(reader.u32()))
+
+
+def batch_token(reader):
+    count = reader.u32()
+    values = [reader.u64(), reader.flag(), reader.flag()]
+    return values + [[string_over_lines(reader), reader.string(), reader.u64()] for _ in range(count)]
+
+
 def paths(reader):
     return [reader.string() for _ in range(reader.u32())]
 
@@ -172,6 +228,11 @@ FORMATS = {
     "Symbolic link": (symbolic_link, [1, b"/etc"]),
     "Agent item": (agent_item, [2, 3, bytes.fromhex("00112233445566778899aabbccddeeff"), b"etc/motd", b"../run/motd", 0,
                                 8, 1, UNSET_FILE]),
+    "Blob file": (blob_file, [[1, b"/d", 0], [2, b"/d/f", 0], [3, b"", 0, b"abc"], [4, b"", {
+        **UNSET_FILE, "type": 1, "size": 3, "owner": (b"", 1000), "group": (b"", 50), "mode": 0o644,
+        "modified": (1, 2)}]]),
+    "Batch token": (batch_token, [159, False, True, [b"00112233445566778899aabbccddeeff/7", b"d", 0],
+                                  [b"00112233445566778899aabbccddeeff/8", b"d/f", 3]]),
     "Staging journal": (lambda r: [journal_line(r), journal_line(r)], [
         [b"run", b"00112233445566778899aabbccddeeff"], [b"partial", b"ffeeddccbbaa99887766554433221100"]]),
 }
