@@ -206,11 +206,68 @@ void add_changing_verbs(CLI::App& app, verb_t& chosen) {
     add_plaintext(*verb, ln->plaintext);
 }
 
+void add_blob_pack(CLI::App& blob, verb_t& chosen) {
+    CLI::App* verb = nullptr;
+    const auto args =
+        add_verb<blob_pack_args_t>(blob, chosen, "pack", "Pack trees into blob files, for another host to apply",
+                                   "tarn blob pack /etc --out blobs --target /restored", verb);
+    verb->add_option("sources", args->sources,
+                     "Files and trees; each goes below the target under its name, 'DIR/.' straight there")
+        ->required()
+        ->type_name("SRC...");
+    verb->add_option("--out", args->folder, "Directory for the blob files, made if it is not there")
+        ->required()
+        ->type_name("DIR");
+    verb->add_option("--target", args->target, "Where everything goes on the host that applies the blob files")
+        ->required()
+        ->type_name("PATH");
+    verb->add_flag("--overwrite", args->overwrite,
+                   "Make files anew that are there by then; without it they are written into");
+}
+
+void add_blob(CLI::App& app, verb_t& chosen) {
+    CLI::App* const blob = app.add_subcommand("blob", "Pack trees into blob files, look into these, apply them");
+    blob->require_subcommand(1);
+    blob->footer(
+        "\nExample:\n"
+        "  tarn blob pack /etc --out blobs --target /restored\n"
+        "  tarn blob show blobs/blobfs0\n"
+        "  tarn blob apply blobs\n");
+    add_blob_pack(*blob, chosen);
+
+    CLI::App* verb = nullptr;
+    const auto show = add_verb<blob_show_args_t>(*blob, chosen, "show", "Print what is in a blob file",
+                                                 "tarn blob show blobs/blobfs0", verb);
+    verb->add_option("file", show->file, "Blob file")->required()->type_name("FILE");
+    verb->add_flag("--json", show->json, "As JSON");
+
+    const auto apply =
+        add_verb<blob_apply_args_t>(*blob, chosen, "apply", "Do what blob files say, and remove each that was applied",
+                                    "tarn blob apply blobs", verb);
+    verb->add_option("files", apply->files, "Blob files, or directories with blob files, in this order")
+        ->required()
+        ->type_name("FILE...");
+    verb->footer(
+        "\nThe paths in a blob file are taken as they are: whoever made it decides which files are written, deleted "
+        "and\n"
+        "given to whom. Only apply what you would run as a program. A blob file is removed when it has been applied,\n"
+        "also when some of its commands failed; one that is damaged stays, changes nothing and ends the command.\n\n"
+        "Example:\n  tarn blob apply blobs\n");
+}
+
+// "tarn", "tarn blob".
+std::string verbs_of(const CLI::App& app) {
+    return app.get_parent() == nullptr ? app.get_name() : verbs_of(*app.get_parent()) + " " + app.get_name();
+}
+
 // What is wrong, in a line. The parser misses a verb where there is a word that is none.
 std::string fault_of(const CLI::App& app, const CLI::ParseError& error) {
-    const std::vector<std::string> unknown = app.remaining();
-    if (app.get_subcommands().empty() && !unknown.empty() && !unknown.front().starts_with('-')) {
-        return "'" + Printable(unknown.front()) + "' is no verb of tarn";
+    const std::vector<CLI::App*> chosen = app.get_subcommands();
+    const CLI::App& asked = chosen.size() == 1 ? *chosen.front() : app;  // "blob" has verbs of its own
+    const std::vector<std::string> unknown = app.remaining(true);
+    if (asked.get_subcommands().empty() && asked.get_require_subcommand_min() != 0 && !unknown.empty() &&
+        !unknown.front().starts_with('-')) {
+        return "'" + Printable(unknown.front()) + "' is no verb of " + verbs_of(asked);
     }
     return error.what();
 }
@@ -244,6 +301,7 @@ command_line_t ParseCommandLine(const std::vector<std::string>& arguments) {
     add_verify(app, result.verb);
     add_reading_verbs(app, result.verb);
     add_changing_verbs(app, result.verb);
+    add_blob(app, result.verb);
     try {
         std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
         app.parse(std::move(reversed));

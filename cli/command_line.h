@@ -114,6 +114,22 @@ struct path_args_t {
     bool json = false;
 };
 
+struct blob_pack_args_t {
+    std::vector<std::string> sources;
+    std::string folder;
+    std::string target;
+    bool overwrite = false;
+};
+
+struct blob_show_args_t {
+    std::string file;
+    bool json = false;
+};
+
+struct blob_apply_args_t {
+    std::vector<std::string> files;
+};
+
 /// The parser has answered by itself (`--help`, `--version`, wrong usage): print and leave.
 struct answered_t {
     int exitCode = 0;
@@ -122,7 +138,8 @@ struct answered_t {
 };
 
 using verb_t = std::variant<answered_t, serve_args_t, cp_args_t, verify_args_t, cat_args_t, stat_args_t, list_args_t,
-                            exists_args_t, rm_args_t, mkdir_args_t, mv_args_t, ln_args_t, path_args_t>;
+                            exists_args_t, rm_args_t, mkdir_args_t, mv_args_t, ln_args_t, path_args_t, blob_pack_args_t,
+                            blob_show_args_t, blob_apply_args_t>;
 
 struct command_line_t {
     logging::ELevel logLevel = logging::ELevel::eOff;

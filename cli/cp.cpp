@@ -8,6 +8,7 @@
 #include "cli/exit_code.h"
 #include "cli/interrupt.h"
 #include "cli/maps.h"
+#include "cli/notes.h"
 #include "cli/plaintext.h"
 #include "cli/print.h"
 #include "cli/progress_bar.h"
@@ -23,12 +24,6 @@ io::block::EBufTransformType transform_named(const std::string& name) {
         return io::block::EBufTransformType::eLz4;
     }
     return name == "zstd" ? io::block::EBufTransformType::eZstd : io::block::EBufTransformType::eNone;
-}
-
-void print_notes(const std::vector<agent::copy::copy_note_t>& notes, std::string_view what) {
-    for (const auto& note : notes) {
-        PrintNote(util::str_format("%1 %2: %3", what, Printable(note.path), note.text));
-    }
 }
 
 // A figure that is rarely worth a word.
@@ -74,10 +69,10 @@ agent::copy::copy_options_t options_of(const cp_args_t& args, const interrupt_t&
 
 void print_outcome(const agent::copy::copy_report_t& report, bool quiet) {
     if (!quiet) {
-        print_notes(report.skipped, "skipped");
-        print_notes(report.warnings, "warning");
+        PrintNotes(report.skipped, "skipped");
+        PrintNotes(report.warnings, "warning");
     }
-    print_notes(report.failed, "failed");
+    PrintNotes(report.failed, "failed");
 }
 
 /// Prints what a dry run would do.
@@ -91,7 +86,7 @@ class decision_printer_t final : public agent::copy::copy_observer_t {
 int dry_run(const cp_args_t& args, const agent::copy::copy_options_t& options) {
     decision_printer_t printer;
     const agent::copy::copy_report_t report = agent::copy::Copy(args.sources, args.destination, options, printer);
-    print_notes(report.failed, "failed");
+    PrintNotes(report.failed, "failed");
     return report.failed.empty() ? kDone : kPartlyFailed;
 }
 

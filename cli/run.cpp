@@ -33,6 +33,9 @@ struct dispatcher_t {
     int operator()(const mv_args_t& args) const { return RunMv(args); }
     int operator()(const ln_args_t& args) const { return RunLn(args); }
     int operator()(const path_args_t& args) const { return RunPath(args); }
+    int operator()(const blob_pack_args_t& args) const { return RunBlobPack(args, quiet); }
+    int operator()(const blob_show_args_t& args) const { return RunBlobShow(args); }
+    int operator()(const blob_apply_args_t& args) const { return RunBlobApply(args, quiet); }
 };
 
 }  // namespace

@@ -18,28 +18,6 @@ namespace {
 
 using json_t = nlohmann::ordered_json;
 
-const char* type_text(util::EFileType type) {
-    switch (type) {
-        case util::EFileType::eRegular:
-            return "file";
-        case util::EFileType::eDirectory:
-            return "directory";
-        case util::EFileType::eSymlink:
-            return "link";
-        case util::EFileType::eFifo:
-            return "fifo";
-        case util::EFileType::eSocket:
-            return "socket";
-        case util::EFileType::eCharDevice:
-            return "character device";
-        case util::EFileType::eBlockDevice:
-            return "block device";
-        case util::EFileType::eUnset:
-            break;
-    }
-    return "unknown";
-}
-
 json_t principal_json(const util::SPrincipal& principal) {
     return {{"name", Printable(principal.name)}, {"id", principal.id}};
 }
@@ -80,7 +58,7 @@ json_t describe(const std::string& path, const found_t& found) {
     json_t out;
     out["path"] = Printable(path);
     if (info.isSet()) {
-        out["type"] = type_text(info.type);
+        out["type"] = TypeText(info.type);
         out["size"] = found.size;
         out["mode"] = ModeText(info.mode);
         out["owner"] = principal_json(info.owner);

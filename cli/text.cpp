@@ -24,4 +24,26 @@ std::string ModeText(std::uint32_t mode) {
     return text;
 }
 
+const char* TypeText(util::EFileType type) {
+    switch (type) {
+        case util::EFileType::eRegular:
+            return "file";
+        case util::EFileType::eDirectory:
+            return "directory";
+        case util::EFileType::eSymlink:
+            return "link";
+        case util::EFileType::eFifo:
+            return "fifo";
+        case util::EFileType::eSocket:
+            return "socket";
+        case util::EFileType::eCharDevice:
+            return "character device";
+        case util::EFileType::eBlockDevice:
+            return "block device";
+        case util::EFileType::eUnset:
+            break;
+    }
+    return "unknown";
+}
+
 }  // namespace cli

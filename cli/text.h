@@ -13,4 +13,7 @@ std::string TimeText(const util::SFileTime& time);
 /// Four octal digits, "0644".
 std::string ModeText(std::uint32_t mode);
 
+/// "file", "directory", "link", "fifo" ...; "unknown" for an unset one.
+const char* TypeText(util::EFileType type);
+
 }  // namespace cli

@@ -18,5 +18,8 @@ int RunMkdir(const mkdir_args_t& args);
 int RunMv(const mv_args_t& args);
 int RunLn(const ln_args_t& args);
 int RunPath(const path_args_t& args);
+int RunBlobPack(const blob_pack_args_t& args, bool quiet);
+int RunBlobShow(const blob_show_args_t& args);
+int RunBlobApply(const blob_apply_args_t& args, bool quiet);
 
 }  // namespace cli

@@ -2,7 +2,8 @@
 import harness
 from harness import CommandTest
 
-VERBS = ("serve", "cp", "verify", "cat", "stat", "exists", "rm", "mkdir", "mv", "ln", "path")
+VERBS = ("serve", "cp", "verify", "cat", "stat", "exists", "rm", "mkdir", "mv", "ln", "path", "blob")
+BLOB_VERBS = ("pack", "show", "apply")
 
 
 class Usage(CommandTest):
@@ -32,6 +33,17 @@ class Usage(CommandTest):
         for verb in ("cat", "stat", "rm", "mkdir", "path"):
             with self.subTest(verb=verb):
                 self.assert_wrong_usage(verb, "a", "b")
+
+    def test_blob_verbs_need_their_arguments_and_no_others(self):
+        for verb in BLOB_VERBS:
+            with self.subTest(verb=verb):
+                self.assert_wrong_usage("blob", verb)
+                self.assert_wrong_usage("blob", verb, "--no-such-option", "a", "--out", "b", "--target", "c")
+        self.assert_wrong_usage("blob", "show", "a", "b")
+        self.assert_wrong_usage("blob", "pack", "a", "--out", "b")
+        self.assert_wrong_usage("blob", "pack", "a", "--target", "b")
+        self.assert_wrong_usage("blob", "pack", "--out", "a", "--target", "b")
+        self.assertIn("'send' is no verb of tarn blob", self.fails(2, "blob", "send", "a").errors)
 
     def test_cp_needs_a_source_and_a_destination(self):
         self.assert_wrong_usage("cp", "only")
@@ -75,8 +87,20 @@ class Help(CommandTest):
                 text = self.succeeds(verb, "--help").text
                 self.assertRegex(text, rf"Example:\n\s+tarn {verb} ")
 
+    def test_every_blob_verb_has_help_with_an_example(self):
+        text = self.succeeds("blob", "--help").text
+        for verb in BLOB_VERBS:
+            with self.subTest(verb=verb):
+                self.assertRegex(text, rf"(?m)^\s+{verb}\s")
+                self.assertRegex(self.succeeds("blob", verb, "--help").text, rf"Example:\n\s+tarn blob {verb} ")
+
+    def test_help_says_what_applying_a_blob_file_means(self):
+        text = self.succeeds("blob", "apply", "--help").text
+        self.assertIn("Only apply what you would run as a program.", text)
+        self.assertIn("A blob file is removed when it has been applied", text)
+
     def test_no_line_of_help_is_wider_than_a_terminal_of_120_columns(self):
-        for arguments in ((), *((verb,) for verb in VERBS)):
+        for arguments in ((), *((verb,) for verb in VERBS), *(("blob", verb) for verb in BLOB_VERBS)):
             for line in self.succeeds(*arguments, "--help").text.splitlines():
                 self.assertLessEqual(len(line), 120, line)
 
