@@ -1,7 +1,9 @@
 """The options of cp that say what is copied and what a copy promises, here and to a receiving agent."""
 import os
 import re
+import signal
 import subprocess
+import time
 import unittest
 
 import harness
@@ -168,16 +170,6 @@ class CopyOptions:
         self.cp("-r", self.dir / "many")
         self.assert_same_tree(self.dir / "many", self.root / "many")
 
-    def break_off(self, path, *options):
-        """Kills a copy of `path` when some of it is kept."""
-        command = [harness.TARN, "cp", *self.options, *options, path, self.place("large")]
-        with subprocess.Popen([os.fspath(word) for word in command], stdout=subprocess.DEVNULL,
-                              stderr=subprocess.DEVNULL) as child:
-            while child.poll() is None and not self.kept():
-                pass
-            child.kill()
-        return self.kept()
-
     def kept(self):
         """The most bytes of a file that is kept."""
         folder = self.root / ".tarn-staging/partial"
@@ -187,17 +179,17 @@ class CopyOptions:
             return 0
 
     def test_a_large_file_goes_on_where_its_copy_broke_off(self):
-        path = write(self.dir / "large", os.urandom(1 << 20) * 192)
-        self.assertGreater(self.break_off(path), 0)
+        path = write(self.dir / "large", os.urandom(1 << 20) * 64)
+        self.break_off(path)
         self.assertFalse((self.root / "large").exists())
         result = self.cp("--verify", path, to="large")
         self.assertRegex(result.text, r", [1-9]\d* resumed, ")
         self.assert_same_tree(path, self.root / "large")
 
     def test_what_is_kept_of_another_content_is_not_used(self):
-        path = write(self.dir / "large", b"a" * (192 << 20), mtime_ns=10**18)
-        self.assertGreater(self.break_off(path, "--compress", "none"), 0)
-        write(path, b"b" * (192 << 20), mtime_ns=10**18)
+        path = write(self.dir / "large", b"a" * (64 << 20), mtime_ns=10**18)
+        self.break_off(path)
+        write(path, b"b" * (64 << 20), mtime_ns=10**18)
         result = self.cp("--verify", path, to="large")
         self.assertNotIn("resumed", result.text)
         self.assert_same_tree(path, self.root / "large")
@@ -214,6 +206,11 @@ class CopyOptions:
 class CopyOptionsHere(CopyOptions, CommandTest):
     options = ()
 
+    def break_off(self, path):
+        """Lets a copy of `path` die when it has written a part."""
+        self.cp(path, to="large", status=-signal.SIGXFSZ, wrapper=["prlimit", f"--fsize={24 << 20}"])
+        self.assertGreater(self.kept(), 0)
+
     def place(self, path):
         return self.root / path
 
@@ -227,6 +224,20 @@ class CopyOptionsAtAgent(CopyOptions, CommandTest):
     def setUp(self):
         super().setUp()
         self.agent = self.serve(self.root)
+
+    def break_off(self, path):
+        """Kills a copy of `path` when a part has come, and no more of it comes."""
+        with harness.Narrow(self.agent.address, 24 << 20) as narrow:
+            command = [harness.TARN, "cp", *self.options, "--compress", "none", path, f"tarn://{narrow.address}/large"]
+            with subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as child:
+                end = time.monotonic() + harness.LIMIT
+                while self.kept() == 0 and time.monotonic() < end:
+                    time.sleep(0.001)
+                self.assertIsNone(child.poll())
+                child.kill()
+        for _ in range(narrow.connections):
+            self.agent.next_line()  # its session has ended
+        self.assertGreater(self.kept(), 0)
 
     def place(self, path):
         return self.agent.url(path)

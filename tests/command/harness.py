@@ -7,6 +7,7 @@ import os
 import queue
 import shutil
 import signal
+import socket
 import stat
 import subprocess
 import tempfile
@@ -15,7 +16,9 @@ import unittest
 from pathlib import Path
 
 TARN = os.environ["TARN"]
-LIMIT = 30  # seconds; nothing here takes more than one or two
+LIMIT = 180  # seconds; nothing here takes more than one or two, but the machine may have more to do
+
+os.umask(0o022)  # whoever runs the tests may have another one; the modes here are those of this one
 
 # The same user without the privilege to read or change what the mode forbids.
 UNPRIVILEGED = ["setpriv", "--bounding-set=-dac_override,-dac_read_search,-fowner,-chown"] if os.geteuid() == 0 else []
@@ -98,6 +101,64 @@ class Served:
     @property
     def errors(self):
         return b"".join(self._errors).decode()
+
+
+class Narrow:
+    """Stands before an agent and lets so many bytes of each connection go there, and everything come back."""
+
+    def __init__(self, address, allowed):
+        host, port = address.rsplit(":", 1)
+        self._agent = (host, int(port))
+        self._allowed = allowed
+        self._sockets = []
+        self.connections = 0
+        self._listening = socket.create_server(("127.0.0.1", 0))
+        self.address = f"127.0.0.1:{self._listening.getsockname()[1]}"
+        self._threads = [threading.Thread(target=self._accept)]
+        self._threads[0].start()
+
+    def _accept(self):
+        while True:
+            try:
+                near = self._listening.accept()[0]
+            except OSError:
+                return  # closed
+            far = socket.create_connection(self._agent)
+            self.connections += 1
+            self._sockets += (near, far)
+            for source, target, allowed in ((near, far, self._allowed), (far, near, None)):
+                self._threads.append(threading.Thread(target=self._pass, args=(source, target, allowed)))
+                self._threads[-1].start()
+
+    @staticmethod
+    def _pass(source, target, allowed):
+        try:
+            while allowed is None or allowed > 0:
+                part = source.recv(65536 if allowed is None else min(65536, allowed))
+                if not part:
+                    target.shutdown(socket.SHUT_WR)
+                    return
+                target.sendall(part)
+                allowed = None if allowed is None else allowed - len(part)
+        except OSError:
+            pass  # one end has gone
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        """Ends every connection."""
+        self._listening.shutdown(socket.SHUT_RDWR)
+        self._threads[0].join()
+        for end in (*self._sockets, self._listening):
+            try:
+                end.shutdown(socket.SHUT_RDWR)
+            except OSError:
+                pass  # it has ended already
+        for thread in self._threads:
+            thread.join()
+        for end in (*self._sockets, self._listening):
+            end.close()
 
 
 class CommandTest(unittest.TestCase):

@@ -6,7 +6,7 @@ import subprocess
 import unittest
 import xml.etree.ElementTree as ElementTree
 
-from harness import CommandTest, write
+from harness import LIMIT, CommandTest, write
 
 
 def unescape(text):
@@ -68,7 +68,7 @@ class List(CommandTest):
 
     def describe(self, path):
         document = self.succeeds("list", "--xml", path).out
-        subprocess.run(["xmllint", "--noout", "-"], input=document, check=True, timeout=10)
+        subprocess.run(["xmllint", "--noout", "-"], input=document, check=True, timeout=LIMIT)
         root = ElementTree.fromstring(document)
         self.assertEqual(root.tag, "lists")
         self.assertEqual(len(root), 0)
