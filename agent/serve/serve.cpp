@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "agent/batch/batch_factory.h"
 #include "agent/gate/path_gate.h"
 #include "agent/gate/session_scope.h"
 #include "agent/net/receive_session.h"
@@ -49,6 +50,7 @@ class server_t::impl_t {
         InstallPathGate(*context);
         context->RegisterAreaDevFactory(std::make_shared<tarn::CFileAreaDevFactory>());
         context->RegisterAreaDevFactory(std::make_shared<item_factory_t>());
+        context->RegisterAreaDevFactory(std::make_shared<batch::batch_factory_t>());
     }
 
     ~impl_t() = default;

@@ -25,9 +25,12 @@ commit_dev_t::commit_dev_t(std::shared_ptr<staging_t> staging, std::shared_ptr<c
     : item_dev_t(std::move(staging), std::move(item), EReplace::eNo), groups_(std::move(groups)) {}
 
 commit_dev_t::~commit_dev_t() {
-    if (!failuresTaken_) {
+    if (!reportsTaken_) {
         for (const auto& failure : failures_) {
             g_log.warn("An entry of a committed copy failed: [%1]: %2", failure.path, failure.text);
+        }
+        for (const auto& warning : entryWarnings_) {
+            g_log.warn(warning.text);
         }
     }
 }
@@ -75,6 +78,7 @@ void commit_dev_t::SyncStaged(const copy_group_t& group, const copy_group_t::ent
 
 void commit_dev_t::PlaceAll(copy_group_t::entries_t& entries, touched_directories_t& touched) {
     for (auto& [number, entry] : entries) {
+        TakeWarnings(entry);
         try {
             Place(entry, touched);
         } catch (const std::exception& error) {
@@ -86,6 +90,9 @@ void commit_dev_t::PlaceAll(copy_group_t::entries_t& entries, touched_directorie
 
 void commit_dev_t::Place(group_entry_t& entry, touched_directories_t& touched) const {
     const item_t& item = entry.item;
+    if (!entry.fault.empty()) {
+        throw exc::CRuntimeExc("%1", entry.fault);
+    }
     switch (item.kind) {
         case EItemKind::eDirectory:
             PlaceDirectory(Root(), item, entry.replace, Sync(), Warnings(), touched, item.entry);
@@ -114,10 +121,18 @@ void commit_dev_t::Fail(const item_t& item, const std::string& text) {
     }
 }
 
+void commit_dev_t::TakeWarnings(group_entry_t& entry) {
+    for (item_warning_t& warning : std::exchange(entry.warnings, {})) {
+        entryWarnings_.push_back({static_cast<std::uint32_t>(warning.kind), entry.item.entry, std::move(warning.path),
+                                  std::move(warning.text)});
+    }
+}
+
 std::vector<brannock::transmission::entry_report_t> commit_dev_t::TakeEntryReports() {
     std::vector<brannock::transmission::entry_report_t> reports;
-    if (!std::exchange(failuresTaken_, true)) {
+    if (!std::exchange(reportsTaken_, true)) {
         reports = failures_;
+        reports.insert(reports.end(), entryWarnings_.begin(), entryWarnings_.end());
     }
     for (auto& warning : item_dev_t::TakeEntryReports()) {
         reports.push_back(std::move(warning));

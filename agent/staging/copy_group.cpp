@@ -9,11 +9,15 @@ namespace agent {
 namespace {
 
 /// What an entry's texts and attributes take, nearly; a file's and a link's attributes are applied and gone.
-std::size_t BytesOf(const item_t& item) noexcept {
+std::size_t BytesOf(const group_entry_t& entry) noexcept {
+    const item_t& item = entry.item;
     std::size_t bytes = sizeof(item_t) + item.path.size() + item.second.size() + item.info.owner.name.size() +
-                        item.info.group.name.size() + item.info.nfs4Acl.size();
+                        item.info.group.name.size() + item.info.nfs4Acl.size() + entry.fault.size();
     for (const util::SExtendedAttribute& attribute : item.info.attributes) {
         bytes += sizeof attribute + attribute.name.size() + attribute.value.size();
+    }
+    for (const item_warning_t& warning : entry.warnings) {
+        bytes += sizeof warning + warning.path.size() + warning.text.size();
     }
     return bytes;
 }
@@ -34,7 +38,7 @@ void copy_group_t::Put(group_entry_t entry, std::uint64_t ticket) {
     if (kept.ticket > ticket) {
         return;
     }
-    const std::size_t bytes = BytesOf(entry.item);
+    const std::size_t bytes = BytesOf(entry);
     if (bytes > kMaxBytes - (bytes_ - kept.bytes)) {
         const std::string copy = entry.item.copy.ToAStr();
         if (kept.ticket == 0) {
@@ -44,10 +48,13 @@ void copy_group_t::Put(group_entry_t entry, std::uint64_t ticket) {
                                kMaxBytes);
     }
     bytes_ += bytes - kept.bytes;
+    if (!small_) {
+        entry.file.reset();
+    }
     openFiles_ -= kept.entry.file ? 1U : 0U;
     openFiles_ += entry.file ? 1U : 0U;
     replaced = std::exchange(kept, kept_t{std::move(entry), ticket, bytes});
-    if (openFiles_ > kMaxOpenFiles || !small_) {
+    if (openFiles_ > kMaxOpenFiles) {
         CloseFiles();
     }
 }

@@ -3,7 +3,10 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <string>
+#include <vector>
 
+#include "agent/meta/item_warnings.h"
 #include "agent/root/rename_at.h"
 #include "agent/staging/staged_entry.h"
 #include "agent/token/item.h"
@@ -17,7 +20,9 @@ struct group_entry_t {
     item_t item;
     EReplace replace = EReplace::eNo;
     std::unique_ptr<staged_entry_t> staged;     ///< what gets its name; none for directories and hard links
-    std::shared_ptr<posix::posix_file_t> file;  ///< a file's content while the group is small; see TakeFiles
+    std::shared_ptr<posix::posix_file_t> file;  ///< a file's content while the group is small; see IsSmall
+    std::string fault{};                        ///< why there is nothing to place; an entry of a batch that failed
+    std::vector<item_warning_t> warnings{};     ///< of an entry of a batch: nobody has asked for them yet
 };
 
 /// The items of one copy that were received and wait for its commit. What is staged goes with the group. Any thread.
@@ -27,7 +32,7 @@ class copy_group_t {
 
     /// A group of more files is made durable by one syncfs, a smaller one file by file.
     static constexpr std::size_t kMaxOpenFiles = 8;
-    /// Bytes of paths and attributes that a group keeps.
+    /// Bytes of paths, attributes, faults and warnings that a group keeps.
     static constexpr std::size_t kMaxBytes = std::size_t{8} << 20;
 
     /// `fileSystem`: a descriptor on the file system, opened before the first entry is written, so that its syncfs

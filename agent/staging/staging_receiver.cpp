@@ -5,6 +5,7 @@
 #include "agent/staging/commit_dev.h"
 #include "agent/staging/directory_dev.h"
 #include "agent/staging/file_dev.h"
+#include "agent/staging/group_batch.h"
 #include "agent/staging/hard_link_dev.h"
 #include "agent/staging/link_dev.h"
 
@@ -36,6 +37,11 @@ std::shared_ptr<io::area::area_write_dev_t> staging_receiver_t::Receive(item_t i
         default:
             return std::make_shared<file_dev_t>(staging_, std::move(item), size, replace, std::move(slot));
     }
+}
+
+std::shared_ptr<IBatchReceiver> staging_receiver_t::ReceiveBatch(const guid::guid_t& copy) {
+    groups_->DropUnused();
+    return std::make_shared<group_batch_t>(staging_, groups_->OpenBatch(copy, staging_->GetFolder()), owner_);
 }
 
 }  // namespace agent

@@ -24,6 +24,10 @@ class staging_receiver_t final : public IItemReceiver {
     /// errors of `copy_groups_t::Open`.
     std::shared_ptr<io::area::area_write_dev_t> Receive(item_t item, std::uint64_t size, EReplace replace) override;
 
+    /// A place for the batch in the group of its copy, with the errors of `copy_groups_t::OpenBatch`. Batches of one
+    /// copy are applied one after the other on a thread of the copy's.
+    std::shared_ptr<IBatchReceiver> ReceiveBatch(const guid::guid_t& copy) override;
+
   private:
     const std::shared_ptr<staging_t> staging_;
     const util::EOwnerSource owner_;

@@ -22,6 +22,22 @@ constexpr uid_t kNobody = 65534;
 constexpr std::uint64_t kBlockSize = 4096;
 constexpr auto kPlain = io::block::EBufTransformType::eNone;
 
+/// Sends a content and keeps what the far end reports.
+class hearing_probe_t final : public io::area::area_read_dev_t, public brannock::transmission::IEntryReportSink {
+  public:
+    using reports_t = std::vector<brannock::transmission::entry_report_t>;
+
+    hearing_probe_t(std::string content, reports_t& reports) : inner_(std::move(content)), reports_(reports) {}
+    std::shared_ptr<io::area::IArea> ReadNext() override { return inner_.ReadNext(); }
+    std::string GetDisplayName() override { return inner_.GetDisplayName(); }
+    void SetEmptyBlocksMaximum(std::uint64_t maximum) override { inner_.SetEmptyBlocksMaximum(maximum); }
+    void OnEntryReports(const reports_t& reports) override { reports_ = reports; }
+
+  private:
+    probe_source_t inner_;
+    reports_t& reports_;
+};
+
 uid_t OwnerOf(const stand_t& stand) {
     return stand.servant == EServant::eNobody ? kNobody : ::geteuid();
 }
@@ -108,10 +124,15 @@ std::string attacker_t::Attempt(const std::function<void(tarn::file_upload_cli_t
 }
 
 std::string attacker_t::Put(const agent::item_t& item, const std::string& content, bool overwrite) {
+    return PutToken(std::make_shared<agent::item_token_t>(item), content, overwrite);
+}
+
+std::string attacker_t::PutToken(const std::shared_ptr<io::area::IAreaDevToken>& token, const std::string& content,
+                                 bool overwrite) {
+    reports_.clear();
     return Attempt([&](tarn::file_upload_cli_t& client) {
-        client.UploadItem(kBlockSize, std::make_shared<probe_source_t>(content),
-                          std::make_shared<agent::item_token_t>(item), content.size(), kPlain, {}, overwrite ? 1 : 0,
-                          nullptr);
+        client.UploadItem(kBlockSize, std::make_shared<hearing_probe_t>(content, reports_), token, content.size(),
+                          kPlain, {}, overwrite ? 1 : 0, nullptr);
     });
 }
 

@@ -14,6 +14,8 @@
 
 #include "agent/net/remote_session.h"
 #include "agent/token/item.h"
+#include "brannock/transmission/entry_reports.h"
+#include "mirrowen/io/area/area_dev_token.h"
 #include "mirrowen/util/file_info.h"
 #include "tests/attack/canary.h"
 #include "tests/support/serve_child.h"
@@ -46,6 +48,11 @@ class attacker_t {
 
     /// Command 5 with an item of any kind and path.
     std::string Put(const agent::item_t& item, const std::string& content = "", bool overwrite = true);
+    /// Command 5 with any token.
+    std::string PutToken(const std::shared_ptr<io::area::IAreaDevToken>& token, const std::string& content,
+                         bool overwrite = true);
+    /// What the server has said of the entries of the last item.
+    const std::vector<brannock::transmission::entry_report_t>& Reports() const { return reports_; }
     /// Command 6 with such an item: its attributes, and some beside it.
     std::string PutWithInfo(const agent::item_t& item, const std::string& content, const util::CFileInfo& info);
     /// Command 5 with the token of a file, or 6 with a file info.
@@ -63,6 +70,7 @@ class attacker_t {
 
     const std::uint16_t port_;
     std::unique_ptr<agent::net::remote_session_t> session_;
+    std::vector<brannock::transmission::entry_report_t> reports_;
 };
 
 /// An item with attributes that would be seen on whatever they were set.
