@@ -1,5 +1,6 @@
 #include "agent/blob/pack.h"
 #include "cli/exit_code.h"
+#include "cli/maps.h"
 #include "cli/notes.h"
 #include "cli/print.h"
 #include "cli/verbs.h"
@@ -18,6 +19,7 @@ std::string summary(const agent::blob::pack_report_t& report) {
 }  // namespace
 
 int RunBlobPack(const blob_pack_args_t& args, bool quiet) {
+    ApplyMaps(args.maps);
     const agent::blob::pack_report_t report =
         agent::blob::Pack(args.sources, {args.folder, args.target, args.overwrite});
     if (!quiet) {

@@ -223,6 +223,11 @@ void add_blob_pack(CLI::App& blob, verb_t& chosen) {
         ->type_name("PATH");
     verb->add_flag("--overwrite", args->overwrite,
                    "Make files anew that are there by then; without it they are written into");
+    add_maps(*verb, args->maps);
+    verb->footer(
+        "\nOnly files and directories can be packed: links are named and count as failures; pipes, sockets and\n"
+        "devices are left out. A file with several names becomes several files.\n\n"
+        "Example:\n  tarn blob pack /etc --out blobs --target /restored\n");
 }
 
 void add_blob(CLI::App& app, verb_t& chosen) {
@@ -251,7 +256,8 @@ void add_blob(CLI::App& app, verb_t& chosen) {
         "\nThe paths in a blob file are taken as they are: whoever made it decides which files are written, deleted "
         "and\n"
         "given to whom. Only apply what you would run as a program. A blob file is removed when it has been applied,\n"
-        "also when some of its commands failed; one that is damaged stays, changes nothing and ends the command.\n\n"
+        "also when some of its commands failed; one that is damaged stays, changes nothing and ends the command.\n"
+        "Nothing waits for the storage: keep what was packed until this machine has written it.\n\n"
         "Example:\n  tarn blob apply blobs\n");
 }
 

@@ -119,6 +119,7 @@ struct blob_pack_args_t {
     std::string folder;
     std::string target;
     bool overwrite = false;
+    std::vector<mapping_t> maps;
 };
 
 struct blob_show_args_t {

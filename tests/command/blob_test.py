@@ -545,6 +545,16 @@ class Pack(Blobs):
         writes = [blob_format.write_of(step.body) for step in found if step.kind == 3]
         self.assertEqual(writes, [(4 << 20, b"x" * 4096), ((8 << 20) - 1, b"\0")])
 
+    def test_a_tree_of_a_restore_view_is_packed_across_its_mount_points(self):
+        write(self.dir / "system/etc/hostname", b"backed-up\n", 0o640)
+        (self.dir / "system/srv").mkdir()
+        write(self.dir / "data/book", b"pages\n")
+        self.pack("FlrFS:///", options=["--map", f"{self.dir}/system=/", "--map", f"{self.dir}/data=/srv"])
+        made = blob_format.replay(self.payloads())
+        self.assertEqual(sorted(made), [b"/t", b"/t/etc", b"/t/etc/hostname", b"/t/srv", b"/t/srv/book"])
+        self.assertEqual(bytes(made[b"/t/srv/book"].content), b"pages\n")
+        self.assertEqual(made[b"/t/etc/hostname"].info.mode, 0o640)
+
     def test_links_are_named_and_end_it_with_status_3(self):
         write(self.source / "f", b"abc")
         os.symlink("f", self.source / "l")
