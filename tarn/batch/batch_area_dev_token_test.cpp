@@ -5,6 +5,7 @@
 
 #include "tarn/batch/batch_area_dev_token.h"
 #include "tests/support/caught_error.h"
+#include "tests/support/format_example.h"
 #include "tests/support/scripted_dev.h"
 #include "tests/support/virtual_slot.h"
 #include "tests/support/wire_text.h"
@@ -78,6 +79,12 @@ TEST(BatchAreaDevToken, KeepsACopyOfWhatItWasGiven) {
 
 TEST(BatchAreaDevToken, SerialFormIsCountTotalFlagsAndItems) {
     EXPECT_EQ(Serialised(CBatchAreaDevToken(kItems, 0x0102030405060708, true, false)), Golden());
+}
+
+TEST(BatchAreaDevToken, SerialFormIsTheDocumentedOne) {
+    const std::string copy = "00112233445566778899aabbccddeeff";
+    const items_t items{{copy + "/7", "d", 0}, {copy + "/8", "d/f", 3}};
+    EXPECT_EQ(Serialised(CBatchAreaDevToken(items, 159, false, true)), tests::FormatExample("Batch token"));
 }
 
 TEST(BatchAreaDevToken, FlagsHaveTheirOwnPlaces) {

@@ -10,6 +10,7 @@
 #include "mirrowen/exc/runtime_exc.h"
 #include "mirrowen/io/binary_stream.h"
 #include "mirrowen/io/mem_dev.h"
+#include "mirrowen/posix/syscalls.h"
 #include "mirrowen/util/clock.h"
 #include "mirrowen/util/file_info.h"
 #include "mirrowen/util/fs.h"
@@ -30,6 +31,12 @@ constexpr unsigned kDurationDecimals = 3;
 
 std::time_t Now() {
     return std::chrono::system_clock::to_time_t(util::clock().SystemNow());
+}
+
+/// A device, a pipe or a directory would be deleted where it has no size.
+bool IsRegularFile(const std::string& path) {
+    struct stat found = {};
+    return posix::sys().stat(path.c_str(), &found) == 0 && S_ISREG(found.st_mode);
 }
 
 /// Throws when the payload is no row of commands: then none of them is applied.
@@ -95,6 +102,9 @@ void BlobParser::Execute(const std::string& path) {
         const std::uint64_t size = util::fs_file_size(path);
         if (size > kMaxBlobFile) {
             throw exc::CRuntimeExc("File too big! [%1].", size);
+        }
+        if (!IsRegularFile(path)) {
+            throw exc::CRuntimeExc("Blob file is not a regular file.");
         }
         const std::uint32_t fails = size == 0 ? 0 : ApplyFile(path);
         util::fs_file_delete(path);

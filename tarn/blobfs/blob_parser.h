@@ -37,7 +37,8 @@ class TARN_API BlobParser {
     ///
     /// Every failure is `exc::CRuntimeExc` "Failed to parse file [%1]." with its cause:
     /// - "%1 fails found ." when commands failed;
-    /// - "File too big! [%1]." above 2,147,483,648 bytes, what `CLz4::decompressFromFile` throws, and what
+    /// - "File too big! [%1]." above 2,147,483,648 bytes, "Blob file is not a regular file.", what
+    /// `CLz4::decompressFromFile` throws, and what
     ///   `blob_command_reader_t` says of commands whose lengths make no sense: nothing was changed then, the blob file
     ///   stays;
     /// - `posix::errno_exc_t` when the blob file cannot be examined or deleted.

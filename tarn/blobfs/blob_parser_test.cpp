@@ -10,9 +10,12 @@
 
 #include "mirrowen/util/file_info.h"
 #include "mirrowen/util/str.h"
+#include "tarn/blobfs/blob_command_reader.h"
+#include "tarn/blobfs/lz4.h"
 #include "tests/support/blob_fixture.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/faulty_syscalls.h"
+#include "tests/support/format_example.h"
 #include "tests/support/upload_kit.h"
 
 namespace {
@@ -68,6 +71,17 @@ TEST_F(BlobParser, ReplaysFoldersFilesDataAndMetadata) {
     EXPECT_THAT(observed_, IsEmpty());
 }
 
+TEST_F(BlobParser, DocumentedExampleIsACompleteBlobFile) {
+    tests::WriteFile(blob_, tests::FormatExample("Blob file"));
+    const auto payload = tarn::blobfs::CLz4::decompressFromFile(blob_);
+    tarn::blobfs::blob_command_reader_t reader(*payload);
+    std::vector<std::pair<std::uint32_t, std::string>> commands;
+    while (const auto command = reader.Next()) {
+        commands.emplace_back(command->type, command->path);
+    }
+    EXPECT_THAT(commands, ElementsAre(Pair(1, "/d"), Pair(2, "/d/f"), Pair(3, ""), Pair(4, "")));
+}
+
 TEST_F(BlobParser, TellsWhatItDoesInTheTrace) {
     const tests::fake_clock_t clock;
     EXPECT_FALSE(Apply(blob_stream_t().Command(2, Path("f"), std::string(1, '\1'))).thrown);
@@ -96,6 +110,15 @@ TEST_F(BlobParser, MissingBlobFileIsNamed) {
     EXPECT_EQ(
         tests::CatchError([&] { parser_.Execute(blob_); }).what,
         "Failed to parse file [" + blob_ + "].\nFailed to get size of file [" + blob_ + "]: No such file or directory");
+}
+
+TEST_F(BlobParser, WhatIsNoRegularFileIsRefusedAndStays) {
+    ASSERT_EQ(::mkfifo(blob_.c_str(), 0600), 0);
+    for (const std::string& path : {blob_, target_, std::string("/dev/null")}) {
+        EXPECT_EQ(tests::CatchError([&] { parser_.Execute(path); }).what,
+                  "Failed to parse file [" + path + "].\nBlob file is not a regular file.");
+        EXPECT_TRUE(util::fs_file_exists(path));
+    }
 }
 
 TEST_F(BlobParser, BlobFileAboveTwoGibibytesIsRefusedAndStays) {
