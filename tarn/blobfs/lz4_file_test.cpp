@@ -65,7 +65,7 @@ TEST_F(Lz4File, LargeBufferComesBack) {
 }
 
 TEST_F(Lz4File, FileWithoutRoomForAHeaderFailsWithTheStandardLengthError) {
-    for (const std::size_t length : {0, 5, 11}) {
+    for (const std::size_t length : std::initializer_list<std::size_t>{0, 5, 11}) {
         const auto caught = Refusal(kFrame.substr(0, length));
         EXPECT_EQ(caught.type, "std::length_error") << length;
         EXPECT_EQ(caught.what, "cannot create std::vector larger than max_size()");

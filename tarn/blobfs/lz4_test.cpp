@@ -243,7 +243,7 @@ TEST(Lz4, CompressorGetsZeroedRoomOfATenthMoreThanTheSourceAndTwenty) {
         return 1;
     };
     t_asked.clear();
-    for (const std::size_t length : {0, 3, 1000, 31457280}) {
+    for (const std::size_t length : std::initializer_list<std::size_t>{0, 3, 1000, 31457280}) {
         buffer_ptr_t block;
         BlockHeader header;
         CompressWith(compressor, buffer_t(length, 'x'), block, header);
