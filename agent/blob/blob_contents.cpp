@@ -1,5 +1,7 @@
 #include "agent/blob/blob_contents.h"
 
+#include <sys/stat.h>
+
 #include <span>
 
 #include "mirrowen/exc/runtime_exc.h"
@@ -7,6 +9,7 @@
 #include "mirrowen/io/mem_dev.h"
 #include "mirrowen/posix/errno_exc.h"
 #include "mirrowen/posix/posix_file.h"
+#include "mirrowen/posix/syscalls.h"
 #include "mirrowen/util/crc32c.h"
 #include "mirrowen/util/str_format.h"
 #include "tarn/blobfs/blob_layout.h"
@@ -27,6 +30,14 @@ void read_whole(posix::posix_file_t& file, void* target, std::size_t count) {
     const std::size_t got = file.Read(target, count);
     if (got != count) {
         throw exc::CRuntimeExc("File [%1] ends early: [%2] bytes of [%3] are there.", file.GetPath(), got, count);
+    }
+}
+
+// Opening a pipe would wait for whoever writes to it. What is not there is for the opening to tell.
+void refuse_what_is_no_file(const std::string& path) {
+    struct stat found {};
+    if (posix::sys().stat(path.c_str(), &found) == 0 && !S_ISREG(found.st_mode)) {
+        throw exc::CRuntimeExc("[%1] is not a regular file.", path);
     }
 }
 
@@ -113,6 +124,7 @@ shown_command_t describe(const blob_command_t& command, const std::string& path)
 }  // namespace
 
 blob_contents_t ReadBlob(const std::string& path) {
+    refuse_what_is_no_file(path);
     const auto file = posix::posix_file_t::Open4Read(path);
     blob_contents_t contents;
     contents.fileSize = file->GetSize();

@@ -34,7 +34,7 @@ struct blob_contents_t {
 
 /// Reads the blob file at `path` into memory. What is wrong with it is not thrown but kept: `exc::CRuntimeExc` "Failed
 /// to read blob file [%1]." with its cause. A file without a byte is an empty blob file and no fault. Throws what keeps
-/// the file from being opened or read.
+/// the file from being opened or read, and `exc::CRuntimeExc` "[%1] is not a regular file.".
 blob_contents_t ReadBlob(const std::string& path);
 
 /// A command as it stands in the payload.

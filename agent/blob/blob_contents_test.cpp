@@ -1,5 +1,7 @@
 #include "agent/blob/blob_contents.h"
 
+#include <sys/stat.h>
+
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -104,7 +106,14 @@ TEST_F(BlobContents, FileThatIsShorterThanAHeaderIsAFault) {
 
 TEST_F(BlobContents, FileThatCannotBeOpenedThrows) {
     EXPECT_THROW(ReadBlob(dir_ / "missing"), posix::errno_exc_t);
-    EXPECT_THROW(ReadBlob(dir_.path()), posix::errno_exc_t);
+}
+
+TEST_F(BlobContents, WhatIsNoRegularFileIsRefusedAndAPipeHoldsNobodyUp) {
+    ASSERT_EQ(::mkfifo((dir_ / "pipe").c_str(), 0600), 0);
+    for (const std::string& path : {dir_.path(), dir_ / "pipe", std::string("/dev/null")}) {
+        EXPECT_THAT(tests::CatchError([&] { ReadBlob(path); }),
+                    tests::Throws("exc::CRuntimeExc", "[" + path + "] is not a regular file."));
+    }
 }
 
 // Commands, written out.

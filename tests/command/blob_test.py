@@ -218,6 +218,14 @@ class Damaged(Blobs):
         self.assertEqual(self.fails(1, "blob", "apply", self.target).errors,
                          f"tarn: There is no blob file in [{self.target}].\n")
 
+    def test_what_is_no_regular_file_is_refused_and_stays(self):
+        pipe = self.dir / "pipe"
+        os.mkfifo(pipe)
+        self.assertEqual(self.fails(1, "blob", "apply", pipe).errors,
+                         f"tarn: Failed to parse file [{pipe}].\ntarn: Blob file is not a regular file.\n")
+        self.assertEqual(self.fails(1, "blob", "show", pipe).errors, f"tarn: [{pipe}] is not a regular file.\n")
+        self.assertTrue(pipe.exists())
+
     def test_what_follows_a_damaged_file_is_left_alone(self):
         first = self.blob(create_dir(self.at("a")), name="first")
         second = self.blob(create_dir(self.at("b")), b"rest", name="second")
