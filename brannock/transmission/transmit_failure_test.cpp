@@ -42,6 +42,14 @@ class TransmitFailureTest : public testing::TestWithParam<std::uint64_t> {
         EXPECT_EQ(bytes, next->bytes);
     }
 
+    // Whose wire is cut waits a moment more. The time moves so slowly that the far end's patience does not end first.
+    static void Linger(tests::fake_clock_t& clock, const std::future<std::string>& end,
+                       std::chrono::milliseconds step = std::chrono::milliseconds(100)) {
+        while (end.wait_for(util::kWaitSlice) != std::future_status::ready) {
+            clock.Advance(step);
+        }
+    }
+
     transfer_kit_t kit;
     std::shared_ptr<collecting_dev_t> target = std::make_shared<collecting_dev_t>();
     const std::string text = Noise(std::size_t{4096} * 30);
@@ -97,9 +105,8 @@ TEST_P(TransmitFailureTest, WritesToTheChannelFail) {
     auto far = std::async(std::launch::async, [&] { return transfer_kit_t::TextOf([&] { kit.Receive(target); }); });
     auto near =
         std::async(std::launch::async, [&] { return transfer_kit_t::TextOf([&] { kit.Send(SourceOf(text)); }); });
-    while (near.wait_for(util::kWaitSlice) != std::future_status::ready) {
-        clock.Advance(std::chrono::seconds(1));  // the sender lingers a moment for the receiver's reasons
-    }
+    EXPECT_TRUE(kit.left->WaitForCut());
+    Linger(clock, near);  // for the receiver's reasons
     EXPECT_EQ("The wire is cut.", near.get());
     EXPECT_EQ("The far end closed the channel during a transfer.", far.get());
     EXPECT_EQ(0, target->finished);
@@ -111,10 +118,9 @@ TEST_P(TransmitFailureTest, ReceiverCannotAnswer) {
     auto near =
         std::async(std::launch::async, [&] { return transfer_kit_t::TextOf([&] { kit.Send(SourceOf(text)); }); });
     auto far = std::async(std::launch::async, [&] { return transfer_kit_t::TextOf([&] { kit.Receive(target); }); });
-    while (far.wait_for(util::kWaitSlice) != std::future_status::ready ||
-           near.wait_for(util::kWaitSlice) != std::future_status::ready) {
-        clock.Advance(std::chrono::seconds(10));
-    }
+    EXPECT_TRUE(kit.right->WaitForCut());
+    Linger(clock, far);
+    Linger(clock, near, std::chrono::seconds(10));  // for an answer that does not come
     EXPECT_EQ("The wire is cut.", far.get());
     EXPECT_NE("", near.get());
 }

@@ -61,7 +61,8 @@ class TransmitFlowTest : public testing::Test {
     // Lets the time run until `transfer` has ended, `step` between two looks of its watch; false when it never does.
     bool RunClock(tests::fake_clock_t& clock, std::chrono::milliseconds step, const std::future<std::string>& transfer,
                   const std::function<void()>& between = {}) {
-        for (int i = 0; i < 200; ++i) {
+        const auto end = std::chrono::steady_clock::now() + tests::kPatience;
+        while (std::chrono::steady_clock::now() < end) {
             if (transfer.wait_for(util::kWaitSlice) == std::future_status::ready) {
                 return true;
             }
@@ -72,12 +73,14 @@ class TransmitFlowTest : public testing::Test {
         }
         return false;
     }
-    // 150 s in which `end` says nothing but what keeps the other one waiting.
-    static void Pause(tests::fake_clock_t& clock, const tests::session_dev_t& end) {
-        for (int i = 0; i < 30 && !testing::Test::HasFailure(); ++i) {
+    // 150 s in which `end` says nothing but what keeps the other one waiting. What it says is heard before the time
+    // goes on, and a reader takes a sign only when it has noted the one before: it is never more than 100 s behind.
+    static void Pause(tests::fake_clock_t& clock, const tests::session_dev_t& end, const tests::session_dev_t& other) {
+        for (int i = 0; i < 3 && !testing::Test::HasFailure(); ++i) {
             const std::size_t before = end.GetWritten().size();
-            clock.Advance(std::chrono::seconds(5));
-            EXPECT_TRUE(end.WaitForMoreThan(before));
+            clock.Advance(std::chrono::seconds(50));
+            EXPECT_TRUE(end.WaitForMoreThan(before + kFrameHeaderSize - 1));
+            EXPECT_TRUE(other.WaitForRead(before + kFrameHeaderSize));
         }
     }
 
@@ -229,7 +232,7 @@ TEST_F(TransmitFlowTest, SilentSenderIsGivenUp) {
 
 TEST_F(TransmitFlowTest, LongFlushIsCoveredBySignsOfLife) {
     tests::fake_clock_t clock;
-    target->onFinish = [&](auto&) { Pause(clock, *kit.right); };
+    target->onFinish = [&](auto&) { Pause(clock, *kit.right, *kit.left); };
     kit.Run(SourceOf("abc"), target);
     EXPECT_EQ("", kit.sent);
     EXPECT_EQ("", kit.received);
@@ -240,7 +243,7 @@ TEST_F(TransmitFlowTest, PausedSourceIsCoveredBySignsOfLife) {
     for (const std::uint64_t pausedAt : {0U, 20U}) {
         const auto source = std::make_shared<block_source_dev_t>(25, 4096, [&](std::uint64_t index) {
             if (index == pausedAt) {
-                Pause(clock, *kit.left);
+                Pause(clock, *kit.left, *kit.right);
             }
             return Noise(4096, index);
         });
@@ -255,15 +258,13 @@ TEST_F(TransmitFlowTest, DripInsideAFrameIsGivenUp) {
     kit.right->SetMinimumRate(1000);
     auto receiver = ReceiveInBackground();
     const frame_bytes_t bytes = EncodeFrameHeader({.type = EFrameType::eBusy}, {});
-    std::size_t at = 0;
-    EXPECT_TRUE(RunClock(clock, std::chrono::seconds(50), receiver, [&] {
-        if (at < bytes.size()) {
-            // The receiver may have closed the connection meanwhile.
-            transfer_kit_t::TextOf([&] { kit.left->Write(bytes.data() + at, 1); });
-            ++at;
-        }
-    }));
-    EXPECT_LT(at, bytes.size()) << "before the frame was whole";
+    // The second byte is taken when the first one has been noted.
+    for (std::size_t at = 0; at < 4; ++at) {
+        clock.Advance(std::chrono::seconds(at < 2 ? 0 : 50));
+        kit.left->Write(bytes.data() + at, 1);
+        EXPECT_TRUE(kit.right->WaitForRead(at + 1));
+    }
+    clock.Advance(std::chrono::seconds(50));
     EXPECT_EQ("The far end of the transfer is slower than [1000] bytes a second.", receiver.get());
 }
 
@@ -272,6 +273,7 @@ TEST_F(TransmitFlowTest, EndlessTalkAfterAFailureIsEnded) {
     target->onBlock = [](const auto&) { throw exc::CRuntimeExc("No space."); };
     auto receiver = ReceiveInBackground();
     WriteFrame(*kit.left, {.type = EFrameType::eZero, .rawLength = 10});
+    EXPECT_TRUE(kit.right->WaitForMoreThan(0));  // it has told its failure
     EXPECT_TRUE(RunClock(clock, std::chrono::seconds(10), receiver,
                          [&] { transfer_kit_t::TextOf([&] { WriteFrame(*kit.left, {.type = EFrameType::eBusy}); }); }));
     EXPECT_EQ("No space.", receiver.get());

@@ -23,7 +23,7 @@ class duplex_dev_t {
         virtual void CloseWrite() = 0;
     };
 
-    explicit duplex_dev_t(std::size_t capacity = 65536, std::chrono::milliseconds limit = std::chrono::seconds(10));
+    explicit duplex_dev_t(std::size_t capacity = 65536, std::chrono::milliseconds limit = std::chrono::minutes(2));
 
     const std::shared_ptr<end_t>& Left() const noexcept { return left_; }
     const std::shared_ptr<end_t>& Right() const noexcept { return right_; }

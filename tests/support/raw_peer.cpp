@@ -39,6 +39,16 @@ int NewSocket() {
     return socket;
 }
 
+int NewBoundSocket() {
+    const int socket = NewSocket();
+    const sockaddr_in address = Loopback(0);
+    if (::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        ::close(socket);
+        Fail("bind");
+    }
+    return socket;
+}
+
 std::uint16_t LocalPort(int socket) {
     sockaddr_in address{};
     socklen_t size = sizeof address;
@@ -63,6 +73,21 @@ int FarEnd(int socket) {
 }
 
 }  // namespace
+
+void WaitUntilTaken(int socket) {
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (std::chrono::steady_clock::now() < end) {
+        const int far = FarEnd(socket);
+        int underWay = 0;
+        int waiting = 0;
+        if (far < 0 || (::ioctl(socket, TIOCOUTQ, &underWay) == 0 && underWay == 0 &&
+                        ::ioctl(far, FIONREAD, &waiting) == 0 && waiting == 0)) {
+            return;
+        }
+        ::poll(nullptr, 0, 1);
+    }
+    throw std::runtime_error("the far end does not read");
+}
 
 raw_peer_t::raw_peer_t(std::uint16_t port) : socket_(NewSocket()) {
     const sockaddr_in address = Loopback(port);
@@ -122,25 +147,8 @@ void raw_peer_t::CloseWrite() {
     ::shutdown(socket_, SHUT_WR);
 }
 
-void raw_peer_t::WaitTaken() const {
-    const auto end = std::chrono::steady_clock::now() + kPatience;
-    while (std::chrono::steady_clock::now() < end) {
-        const int far = FarEnd(socket_);
-        int underWay = 0;
-        int waiting = 0;
-        if (far < 0 || (::ioctl(socket_, TIOCOUTQ, &underWay) == 0 && underWay == 0 &&
-                        ::ioctl(far, FIONREAD, &waiting) == 0 && waiting == 0)) {
-            return;
-        }
-        ::poll(nullptr, 0, 1);
-    }
-    throw std::runtime_error("the far end does not read");
-}
-
-raw_listener_t::raw_listener_t() : socket_(NewSocket()) {
-    const sockaddr_in address = Loopback(0);
-    if (::bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(socket_, 64) != 0) {
+raw_listener_t::raw_listener_t() : socket_(NewBoundSocket()) {
+    if (::listen(socket_, 64) != 0) {
         ::close(socket_);
         Fail("listen");
     }
@@ -164,6 +172,16 @@ raw_peer_t raw_listener_t::Accept() {
         Fail("accept");
     }
     return raw_peer_t::Adopt(socket);
+}
+
+refusing_port_t::refusing_port_t() : socket_(NewBoundSocket()) {}
+
+refusing_port_t::~refusing_port_t() {
+    ::close(socket_);
+}
+
+std::uint16_t refusing_port_t::Port() const {
+    return LocalPort(socket_);
 }
 
 }  // namespace tests

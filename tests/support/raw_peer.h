@@ -8,8 +8,13 @@
 
 namespace tests {
 
-/// How long a test waits for what must come, before it fails.
-inline constexpr std::chrono::seconds kPatience{20};
+/// How long a test waits for what must come, before it fails. It ends what hangs, and is no measure of anything: on a
+/// busy machine a thread may not run for seconds.
+inline constexpr std::chrono::seconds kPatience{120};
+
+/// Waits until the far end of a connection, both of whose ends are in this process, has taken all that was sent off its
+/// socket, or has closed it. Throws `std::runtime_error` when it does not.
+void WaitUntilTaken(int socket);
 
 /// A socket of the loopback interface in a test's hands, bytes in and bytes out. It owns the descriptor. One thread.
 class raw_peer_t {
@@ -31,7 +36,7 @@ class raw_peer_t {
 
     void CloseWrite();
     /// Waits until the far end has taken all that was sent off its socket; both ends must be in this process.
-    void WaitTaken() const;
+    void WaitTaken() const { WaitUntilTaken(socket_); }
 
     int Socket() const noexcept { return socket_; }
 
@@ -54,6 +59,21 @@ class raw_listener_t {
     /// Waits for a connection. Throws `std::runtime_error` when none comes.
     raw_peer_t Accept();
     int Socket() const noexcept { return socket_; }
+
+  private:
+    int socket_;
+};
+
+/// A port of the loopback interface that is taken and at which nobody listens: connections are refused for the life of
+/// this object. A port that was free a moment ago may be taken by another process by now.
+class refusing_port_t {
+  public:
+    refusing_port_t();
+    ~refusing_port_t();
+    refusing_port_t(const refusing_port_t&) = delete;
+    refusing_port_t& operator=(const refusing_port_t&) = delete;
+
+    std::uint16_t Port() const;
 
   private:
     int socket_;

@@ -22,6 +22,7 @@
 #include "mirrowen/exc/runtime_exc.h"
 #include "tests/support/blocks.h"
 #include "tests/support/duplex_dev.h"
+#include "tests/support/raw_peer.h"
 
 namespace tests {
 
@@ -41,15 +42,9 @@ class session_dev_t final : public io::io_dev_t, public brannock::transmission::
         return part;
     }
     std::size_t Write(const void* buffer, std::size_t count) override {
-        if (count > writable_) {
+        if (!NoteWrite(static_cast<const char*>(buffer), count)) {
             throw exc::CRuntimeExc("The wire is cut.");
         }
-        writable_ -= count;
-        {
-            const std::lock_guard lock(mutex_);
-            written_.append(static_cast<const char*>(buffer), count);
-        }
-        changed_.notify_all();
         return end_->Write(buffer, count);
     }
     void Flush() override { end_->Flush(); }
@@ -78,19 +73,37 @@ class session_dev_t final : public io::io_dev_t, public brannock::transmission::
         return written_;
     }
 
-    /// Waits until more than `size` bytes were written; false after 5 s.
+    /// Waits until more than `size` bytes were written; false when that never comes.
     bool WaitForMoreThan(std::size_t size) const {
         std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, std::chrono::seconds(5), [&] { return written_.size() > size; });
+        return changed_.wait_for(lock, kPatience, [&] { return written_.size() > size; });
     }
 
-    /// Waits until `size` bytes were read; false after 5 s.
+    /// Waits until a write has failed; false when none does.
+    bool WaitForCut() const {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, kPatience, [&] { return cut_; });
+    }
+
+    /// Waits until `size` bytes were read; false when that never comes.
     bool WaitForRead(std::size_t size) const {
         std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, std::chrono::seconds(5), [&] { return read_ >= size; });
+        return changed_.wait_for(lock, kPatience, [&] { return read_ >= size; });
     }
 
   private:
+    bool NoteWrite(const char* bytes, std::size_t count) {
+        const std::lock_guard lock(mutex_);
+        const bool fits = count <= writable_;
+        cut_ = cut_ || !fits;
+        if (fits) {
+            writable_ -= count;
+            written_.append(bytes, count);
+        }
+        changed_.notify_all();
+        return fits;
+    }
+
     const std::shared_ptr<duplex_dev_t::end_t> end_;
     std::size_t writable_ = SIZE_MAX;
     std::uint64_t rate_ = 0;
@@ -102,6 +115,7 @@ class session_dev_t final : public io::io_dev_t, public brannock::transmission::
     mutable std::condition_variable changed_;
     std::string written_;
     std::size_t read_ = 0;
+    bool cut_ = false;
 };
 
 /// A source of blocks of one size; `block` makes the bytes of each, an empty text a sparse one.
