@@ -4,6 +4,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -31,12 +32,19 @@ class session_threads_t {
     std::future<void> Run(std::function<void()> work);
 
   private:
+    struct piece_t {
+        std::function<void()> work;
+        std::promise<void> done;
+    };
+
     void Loop();
+    void BecomeIdle();
+    std::optional<piece_t> Next();
 
     const thread_scope_t scope_;
     synch::mutex_t mutex_;
     boost::condition_variable wake_;
-    std::deque<std::packaged_task<void()>> queue_ GUARDED_BY(mutex_);
+    std::deque<piece_t> queue_ GUARDED_BY(mutex_);
     std::size_t idle_ GUARDED_BY(mutex_) = 0;
     bool stopping_ GUARDED_BY(mutex_) = false;
     std::vector<std::jthread> threads_ GUARDED_BY(mutex_);
