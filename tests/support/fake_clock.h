@@ -1,8 +1,11 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
+#include <map>
 #include <mutex>
 #include <stop_token>
+#include <thread>
 #include <vector>
 
 #include "mirrowen/util/clock.h"
@@ -22,12 +25,16 @@ class fake_clock_t final : public util::IClock {
 
     /// Moves both times forward.
     void Advance(std::chrono::nanoseconds duration);
+    /// Returns when so many threads do nothing but wait: a wait looks at the time again and again, and whoever has work
+    /// to do looks at it a few times on the way. Throws `std::runtime_error` when there are never so many.
+    void WaitForWaiting(std::size_t threads) const;
     /// Every pause asked for until now.
     std::vector<std::chrono::milliseconds> Sleeps() const;
 
   private:
     mutable std::mutex mutex_;
     std::chrono::nanoseconds elapsed_{0};
+    mutable std::map<std::thread::id, unsigned> looks_;  ///< since the last WaitForWaiting
     std::vector<std::chrono::milliseconds> sleeps_;
     util::scoped_clock_t inForce_{*this};
 };

@@ -4,6 +4,7 @@
 #include <array>
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include "tests/support/fake_clock.h"
 #include "tests/support/fake_random.h"
@@ -33,6 +34,18 @@ TEST(FakeClock, StoppedSleepDoesNotMoveTheTime) {
     util::clock().SleepFor(milliseconds(5), stop.get_token());
     EXPECT_EQ(fake.SteadyNow(), start);
     EXPECT_EQ(fake.Sleeps().size(), 1U);
+}
+
+TEST(FakeClock, ThreadThatLooksAgainAndAgainIsWaiting) {
+    const tests::fake_clock_t fake;
+    const std::jthread waiting([](const std::stop_token& stop) {
+        while (!stop.stop_requested()) {
+            util::clock().SteadyNow();
+            std::this_thread::yield();
+        }
+    });
+    fake.WaitForWaiting(0);
+    fake.WaitForWaiting(1);
 }
 
 TEST(FakeClock, RealClockReturnsAtTheEnd) {

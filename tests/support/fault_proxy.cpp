@@ -54,6 +54,15 @@ std::string fault_proxy_t::Passed(EWay way) const {
     return latest_[Index(way)];
 }
 
+void fault_proxy_t::WaitTaken(EWay way) const {
+    int socket = -1;
+    {
+        const std::scoped_lock lock(mutex_);
+        socket = latestSockets_[Index(way)];
+    }
+    WaitUntilTaken(socket);
+}
+
 void fault_proxy_t::Run(const std::stop_token& stop) {
     while (!stop.stop_requested()) {
         std::vector<pollfd> waiting{{listener_.Socket(), POLLIN, 0}};
@@ -111,6 +120,7 @@ void fault_proxy_t::Open() {
         link.fault = std::exchange(planned_, std::nullopt);
         ++connections_;
         latest_ = {};
+        latestSockets_ = {link.ways[0].to, link.ways[1].to};
     }
     if (link.fault && link.fault->offset == 0) {
         for (const EWay way : {EWay::eThere, EWay::eBack}) {

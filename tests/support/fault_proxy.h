@@ -50,6 +50,9 @@ class fault_proxy_t {
     std::size_t Connections() const;
     /// What went over the latest connection.
     std::string Passed(EWay way) const;
+    /// Waits until the end to which the latest connection's way leads has taken what it was given off its socket; that
+    /// end must be in this process.
+    void WaitTaken(EWay way) const;
 
   private:
     struct way_t {
@@ -88,6 +91,7 @@ class fault_proxy_t {
     std::optional<call_t> call_;
     std::size_t connections_ = 0;
     std::array<std::string, 2> latest_;
+    std::array<int, 2> latestSockets_{-1, -1};  ///< to which its ways lead
     std::jthread thread_;
 };
 
