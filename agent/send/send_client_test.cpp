@@ -1,7 +1,6 @@
 #include "agent/send/send_client.h"
 
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -9,9 +8,9 @@
 
 #include <gmock/gmock.h>
 
-#include "agent/net/socket.h"
 #include "tests/support/caught_error.h"
 #include "tests/support/open_descriptors.h"
+#include "tests/support/own_threads.h"
 #include "tests/support/send_server.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/transfer_kit.h"
@@ -19,16 +18,11 @@
 namespace agent::send {
 namespace {
 
-using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using tests::ReadAllOf;
 
 constexpr std::uint32_t kBlock = 4096;
-
-std::size_t Threads() {
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
-}
 
 /// A client of a server that runs in this process.
 class SendClient : public testing::Test {
@@ -173,7 +167,7 @@ TEST_F(SendClient, WhatIsNotThereFailsByNameAndTheNextItemComes) {
 TEST_F(SendClient, ReaderThatLeavesEarlyLeavesNothingBehind) {
     tests::WriteFile(Place("file"), tests::Noise(1000 * kBlock));
     const std::size_t descriptors = tests::OpenDescriptors();
-    const std::size_t threads = Threads();
+    const std::size_t threads = tests::OwnThreads();
     {
         const auto file = Open("file");
         EXPECT_NE(file->ReadNext(), nullptr);
@@ -182,12 +176,9 @@ TEST_F(SendClient, ReaderThatLeavesEarlyLeavesNothingBehind) {
     EXPECT_EQ(Content("file").size(), 1000 * kBlock) << "the client opens another connection";
     client_.reset();
     EXPECT_EQ(server_.WaitEnded(2).size(), 2U);
-    for (int look = 0; look < 2000 && (tests::OpenDescriptors() > descriptors || Threads() > threads); ++look) {
-        std::this_thread::yield();
-        std::this_thread::sleep_for(1ms);
-    }
+    // The server closes its end when its session has ended, and the thread after that.
+    EXPECT_TRUE(tests::IsBackAtThreads(threads));
     EXPECT_LE(tests::OpenDescriptors(), descriptors);
-    EXPECT_LE(Threads(), threads);
 }
 
 TEST_F(SendClient, StopRequestEndsTheReading) {
@@ -231,9 +222,8 @@ TEST_F(SendClient, FileThatChangesWithoutGrowingIsTold) {
 }
 
 TEST(SendClientAlone, NobodyListens) {
-    const posix::unique_fd_t taken = net::Listen({"127.0.0.1", 0});
-    const net::endpoint_t endpoint = net::LocalEndpoint(taken.get());
-    ASSERT_EQ(::shutdown(taken.get(), SHUT_RDWR), 0);
+    const tests::refusing_port_t port;
+    const net::endpoint_t endpoint{"127.0.0.1", port.Port()};
     send_client_t client(endpoint, {});
     EXPECT_EQ(tests::CatchError([&] { client.Open({}); }).message,
               "Failed to open a session with [" + net::ToString(endpoint) + "].");

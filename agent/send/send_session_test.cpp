@@ -48,8 +48,7 @@ class SendSession : public testing::Test {
         peer_.emplace(tests::raw_peer_t::Adopt(ends[0]));
         session_ = std::async(std::launch::async, [this, socket = ends[1]]() mutable {
             const auto channel = std::make_shared<net::session_channel_t>(
-                posix::unique_fd_t(socket), "peer",
-                io::net::socket_limits_t{std::chrono::seconds(20), stop_.get_token()}, 0);
+                posix::unique_fd_t(socket), "peer", io::net::socket_limits_t{tests::kPatience, stop_.get_token()}, 0);
             return tests::CatchError([&] { RunSendSession(channel, 1, root_); });
         });
     }

@@ -7,6 +7,7 @@
 #include "tests/support/caught_error.h"
 #include "tests/support/format_example.h"
 #include "tests/support/open_descriptors.h"
+#include "tests/support/own_threads.h"
 #include "tests/support/send_server.h"
 #include "tests/support/transfer_kit.h"
 #include "tests/support/tree_snapshot.h"
@@ -42,14 +43,10 @@ class HostileSender : public edge_fixture_t {
     HostileSender() { canary_ = SnapshotOf(Place("canary")); }
     ~HostileSender() override { EXPECT_EQ(SnapshotOf(Place("canary")), canary_); }
 
-    static std::size_t Threads() {
-        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
-    }
-
     // Asks a server that says these bytes, whatever it is told, for an item and reads it.
     caught_error_t Ask(const std::string& answer, const std::string& path = "file") {
         const std::size_t descriptors = OpenDescriptors();
-        const std::size_t threads = Threads();
+        const std::size_t threads = OwnThreads();
         caught_error_t caught;
         {
             scripted_server_t server([&](raw_peer_t& peer) {
@@ -68,7 +65,7 @@ class HostileSender : public edge_fixture_t {
             server.Join();
         }
         EXPECT_EQ(OpenDescriptors(), descriptors);
-        EXPECT_LE(Threads(), threads + 1);  // one may be on its way out
+        EXPECT_TRUE(IsBackAtThreads(threads));
         return caught;
     }
     void ExpectRefused(const std::string& answer, const std::string& reason) {

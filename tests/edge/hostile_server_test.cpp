@@ -4,6 +4,7 @@
 #include "tests/edge/raw_frame.h"
 #include "tests/edge/scripted_server.h"
 #include "tests/support/open_descriptors.h"
+#include "tests/support/own_threads.h"
 #include "tests/support/transfer_kit.h"
 
 namespace tests {
@@ -129,12 +130,7 @@ std::vector<server_case_t> Cases() {
     };
 }
 
-class HostileServer : public edge_fixture_t, public testing::WithParamInterface<server_case_t> {
-  protected:
-    static std::size_t Threads() {
-        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
-    }
-};
+class HostileServer : public edge_fixture_t, public testing::WithParamInterface<server_case_t> {};
 
 TEST_P(HostileServer, EndsTheCopyWithItsReason) {
     WriteFile(Source("thing"), Noise(9 * 4096 * 8));
@@ -147,7 +143,7 @@ TEST_P(HostileServer, EndsTheCopyWithItsReason) {
         WriteFile(Source("thing"), "seven");
     }
     const std::size_t descriptors = OpenDescriptors();
-    const std::size_t threads = Threads();
+    const std::size_t threads = OwnThreads();
     {
         scripted_server_t server(GetParam().script);
         const copy_outcome_t outcome = CopyAll({Source("thing")}, Remote(server.Port(), "out"), options);
@@ -161,7 +157,7 @@ TEST_P(HostileServer, EndsTheCopyWithItsReason) {
         }
     }
     EXPECT_EQ(OpenDescriptors(), descriptors);
-    EXPECT_LE(Threads(), threads + 1);  // one may be on its way out
+    EXPECT_TRUE(IsBackAtThreads(threads));
 }
 
 INSTANTIATE_TEST_SUITE_P(All, HostileServer, testing::ValuesIn(Cases()),
