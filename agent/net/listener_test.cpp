@@ -11,6 +11,7 @@
 #include "agent/net/socket.h"
 #include "brannock/transmission/transmission_cfg.h"
 #include "mirrowen/exc/runtime_exc.h"
+#include "tests/support/raw_peer.h"
 
 namespace agent::net {
 namespace {
@@ -25,9 +26,9 @@ class running_listener_t {
           thread_([this](const std::stop_token& stop) { listener_.Run(stop); }) {}
 
     io::binary_stream_tt Connected(std::shared_ptr<io::net::socket_dev_t>* device = nullptr) {
-        const auto deadline = synch::deadline_t::After(std::chrono::seconds(10));
+        const auto deadline = synch::deadline_t::After(tests::kPatience);
         auto channel = std::make_shared<io::net::socket_dev_t>(Connect(listener_.GetEndpoint(), {deadline, {}}), "test",
-                                                               io::net::socket_limits_t{std::chrono::seconds(10), {}});
+                                                               io::net::socket_limits_t{tests::kPatience, {}});
         if (device != nullptr) {
             *device = channel;
         }
@@ -36,7 +37,7 @@ class running_listener_t {
 
     session_report_t WaitReport() {
         std::unique_lock lock(mutex_);
-        EXPECT_TRUE(changed_.wait_for(lock, std::chrono::seconds(10), [&] { return !reports_.empty(); }));
+        EXPECT_TRUE(changed_.wait_for(lock, tests::kPatience, [&] { return !reports_.empty(); }));
         session_report_t report = reports_.empty() ? session_report_t{} : reports_.front();
         if (!reports_.empty()) {
             reports_.erase(reports_.begin());
@@ -199,6 +200,7 @@ TEST(Listener, PlaceOfAnEndedSessionIsGivenToTheNext) {
 TEST(Listener, ConnectionsThatSayNothingAreBounded) {
     listener_options_t options;
     options.maxSessions = 1;
+    options.preambleTimeout = tests::kPatience;  // none of them is given up meanwhile
     running_listener_t running(Echo, options);
     std::vector<std::shared_ptr<io::net::socket_dev_t>> silent;
     for (std::size_t i = 0; i < options.maxSessions + kSpareConnections; ++i) {
