@@ -32,13 +32,13 @@ TEST_F(AttackKit, EveryKindOfDamageIsNoticedAndNamed) {
         std::string object;
         std::function<int(const std::string&)> cause;
     };
-    const timespec now[2] = {{.tv_sec = 0, .tv_nsec = UTIME_NOW}, {.tv_sec = 0, .tv_nsec = UTIME_NOW}};
+    const timespec other[2] = {{.tv_sec = 1, .tv_nsec = 2}, {.tv_sec = 3, .tv_nsec = 4}};
     const std::vector<damage_t> damages = {
         {"canary/secret", [](const std::string& path) { return ::chmod(path.c_str(), 0600); }},
         {"canary/dir/inner", [](const std::string& path) { return ::truncate(path.c_str(), 3); }},
         {"canary/dir", [](const std::string& path) { return ::chmod(path.c_str(), 0700); }},
         {"canary/link",
-         [&](const std::string& path) { return ::utimensat(AT_FDCWD, path.c_str(), now, AT_SYMLINK_NOFOLLOW); }},
+         [&](const std::string& path) { return ::utimensat(AT_FDCWD, path.c_str(), other, AT_SYMLINK_NOFOLLOW); }},
         {"canary/dir/file", [](const std::string& path) { return ::setxattr(path.c_str(), "user.b", "v", 1, 0); }},
         {"canary/secret", [](const std::string& path) { return ::link(path.c_str(), (path + "2").c_str()); }},
         {"canary/empty", [](const std::string& path) { return ::rmdir(path.c_str()); }},

@@ -21,6 +21,7 @@ flipper_t::flipper_t(const std::string& directory, std::string one, std::string 
         }
     }
     thread_ = std::thread([this] { Run(); });
+    flips_.wait(0);
 }
 
 flipper_t::~flipper_t() {
@@ -44,6 +45,7 @@ void flipper_t::Run() noexcept {
     while (!stop_) {
         if (Flip()) {
             ++flips_;
+            flips_.notify_one();
         }
     }
     for (int tries = 0; flips_ % 2 != 0 && tries < 1000; ++tries) {

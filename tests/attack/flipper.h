@@ -13,7 +13,8 @@ namespace tests {
 /// change places, until it is stopped or goes. In the end each name is again what it was.
 class flipper_t {
   public:
-    /// `one` and `other` must be there. Throws `std::runtime_error` when they cannot change places.
+    /// Returns when it has begun. `one` and `other` must be there. Throws `std::runtime_error` when they cannot change
+    /// places.
     flipper_t(const std::string& directory, std::string one, std::string other);
     ~flipper_t();
     flipper_t(const flipper_t&) = delete;

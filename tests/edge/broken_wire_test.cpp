@@ -137,8 +137,8 @@ TEST_P(BrokenWire, LeavesNothingOrTheWholeItemAndAServerThatServes) {
         // A flipped length can make both ends wait for each other; the sender is the one that gives up.
         options_.remote.idleTimeout = IsCut() ? kPatience : std::chrono::milliseconds(150);
         const copy_outcome_t outcome = CopyThing();
-        ASSERT_EQ(proxy_.Connections(), before + 1);
         const std::string session = server_.WaitSession();
+        ASSERT_EQ(proxy_.Connections(), before + 1);
         ExpectTexts(outcome, session);
         ExpectNothingOrAll();
         if (HasFailure()) {

@@ -1,5 +1,7 @@
 #include "tests/support/temp_dir.h"
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -15,6 +17,7 @@ std::string temp_dir_t::Usual() {
 
 temp_dir_t::temp_dir_t(const std::string& parent)
     : path_((std::filesystem::path(parent) / "tarn-test-XXXXXX").string()) {
+    ::umask(022);  // whoever runs the tests may have another one; the modes that they expect are those of this one
     if (::mkdtemp(path_.data()) == nullptr) {
         throw std::runtime_error("no temporary directory at " + path_);
     }
