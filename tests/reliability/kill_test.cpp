@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <iostream>
 #include <ostream>
-#include <random>
 
 #include "tests/reliability/kill_rounds.h"
 
@@ -11,6 +10,8 @@ namespace tests {
 namespace {
 
 constexpr unsigned kKills = 25;
+// The same plans each time, so that what fails can be looked at; the soak makes new ones.
+constexpr std::uint64_t kSeed = 2520570116;
 
 struct kill_case_t {
     const char* name;
@@ -20,12 +21,12 @@ struct kill_case_t {
     friend std::ostream& operator<<(std::ostream& out, const kill_case_t& shown) { return out << shown.name; }
 };
 
-/// One of the ways in which a process is killed, again and again at random moments.
+/// One of the ways in which a process is killed, again and again at other moments.
 class KilledCopy : public testing::TestWithParam<kill_case_t> {};
 
 TEST_P(KilledCopy, LeavesOldOrNewTargetsAndIsCompletedByTheNext) {
     const char* const wanted = std::getenv("TARN_SEED");
-    const std::uint64_t seed = wanted != nullptr ? std::strtoull(wanted, nullptr, 10) : std::random_device()();
+    const std::uint64_t seed = wanted != nullptr ? std::strtoull(wanted, nullptr, 10) : kSeed;
     std::cout << "TARN_SEED=" << seed << "\n";
     kill_rounds_t rounds(TARN_COMMAND, TARN_CALL_WATCH, EPlace::eMemory);
     kill_plan_t plan{GetParam().victim, GetParam().moment};
