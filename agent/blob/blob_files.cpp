@@ -41,7 +41,8 @@ std::vector<std::string> BlobFilesIn(const std::string& directory) {
     }
     std::sort(numbers.begin(), numbers.end(), is_lower_number);
     for (std::string& number : numbers) {
-        number = util::fs_merge_path(directory, std::string(kStem) + number);
+        number.insert(0, kStem);
+        number = util::fs_merge_path(directory, number);
     }
     return numbers;
 }
