@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -100,6 +102,16 @@ TEST_F(BatchDev, MemoryForFrameAndContentIsLeasedAtOnceUntilTheContentIsDone) {
 TEST_F(BatchDev, BatchForWhichNoMemoryComesIsRefused) {
     const auto taken = budget_.AcquireFirst(1 << 20);
     EXPECT_EQ(TextOf([&] { Device(100); }), "Timed out waiting for buffer memory.");
+}
+
+TEST_F(BatchDev, BatchWaitsUntilOthersHaveGivenMemoryBack) {
+    auto taken = budget_.AcquireFirst(1 << 20);
+    auto made = std::async(std::launch::async, [&] {
+        return std::make_unique<batch_dev_t>(PlanBatch(*made_.Token()), 100, receiver_,
+                                             batch_memory_t{budget_, std::chrono::minutes(5)});
+    });
+    taken.reset();
+    EXPECT_NE(made.get(), nullptr);
 }
 
 TEST_F(BatchDev, BytesThatAreMissingOrTooManyAreRefused) {

@@ -67,10 +67,18 @@ util::CFileInfo ReadLinkMeta(int dirFd, const std::string& name) {
     return util::ReadLinkInfo(dirFd, name);
 }
 
+EInherited FindInherited(int dirFd) {
+    std::string list;
+    const int error = util::xattr_target_t::OfDescriptor(dirFd).Get("system.posix_acl_default", list);
+    return error == ENODATA || error == ENOTSUP ? EInherited::eNothing : EInherited::ePerhaps;
+}
+
 void ApplyMeta(int fd, const util::CFileInfo& info, const std::string& shown,
-               const std::shared_ptr<item_warnings_t>& warnings) {
+               const std::shared_ptr<item_warnings_t>& warnings, EInherited inherited) {
     if (info.isSet()) {
-        RemoveInheritedLists(fd, info);
+        if (inherited == EInherited::ePerhaps) {
+            RemoveInheritedLists(fd, info);
+        }
         Settle(util::ApplyToDescriptor(fd, shown, info), shown, warnings);
     }
 }

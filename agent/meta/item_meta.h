@@ -20,12 +20,18 @@ util::CFileInfo ReadMeta(int fd, const std::string& shown, const std::shared_ptr
 /// not read. Throws `posix::errno_exc_t` "Failed to get attributes of [%1]".
 util::CFileInfo ReadLinkMeta(int dirFd, const std::string& name);
 
+/// Whether an object may have got access-control lists from the directory in which it was made.
+enum class EInherited { eNothing, ePerhaps };
+
+/// What a new file in the directory `dirFd` (not O_PATH) gets from it.
+EInherited FindInherited(int dirFd);
+
 /// Applies owner, extended attributes, mode and times to the open file or directory `fd` (not O_PATH) in this order, as
 /// far as it goes. Access-control lists that it may have inherited and that `info` has not are removed. What is left
 /// and is no mere warning throws `exc::CRuntimeExc` "Failed to apply the attributes of [%1]: %2." after everything was
 /// tried.
 void ApplyMeta(int fd, const util::CFileInfo& info, const std::string& shown,
-               const std::shared_ptr<item_warnings_t>& warnings);
+               const std::shared_ptr<item_warnings_t>& warnings, EInherited inherited = EInherited::ePerhaps);
 
 /// Applies owner and times to the link `name` in the directory `dirFd`. Errors as for ApplyMeta.
 void ApplyLinkMeta(int dirFd, const std::string& name, const util::CFileInfo& info, const std::string& shown,

@@ -103,9 +103,12 @@ TEST_F(ItemMeta, InheritedListsAreRemoved) {
                                   0, 0xd2, 4,    0,    0,    4,    0,  7, 0,    0xff, 0xff, 0xff, 0xff, 16,  0,
                                   7, 0,    0xff, 0xff, 0xff, 0xff, 32, 0, 0,    0,    0xff, 0xff, 0xff, 0xff};
     const auto directory = Inside() / "a";
+    EXPECT_EQ(FindInherited(Root().OpenDirectory("a").get()), EInherited::eNothing);
     if (::setxattr(directory.c_str(), "system.posix_acl_default", list, sizeof list, 0) != 0) {
         GTEST_SKIP() << "the file system of the temporary folder has no access-control lists";
     }
+    EXPECT_EQ(FindInherited(Root().OpenDirectory("a").get()), EInherited::ePerhaps);
+    EXPECT_EQ(FindInherited(-1), EInherited::ePerhaps) << "what cannot be found out";
     const auto file = Root().CreateFile("a/heir");
     ASSERT_GT(::fgetxattr(file->GetDescriptor(), "system.posix_acl_access", nullptr, 0), 0);
     util::CFileInfo info;

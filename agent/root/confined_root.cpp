@@ -28,9 +28,9 @@ int OpenAt(int dir, const char* name, int flags, mode_t mode = 0) {
     return fd;
 }
 
-std::optional<struct stat> StatAt(const place_t& place) {
+std::optional<struct stat> StatAt(int dir, const std::string& name) {
     struct stat found {};
-    if (posix::sys().fstatat(place.parent.get(), place.last.c_str(), &found, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (posix::sys().fstatat(dir, name.c_str(), &found, AT_SYMLINK_NOFOLLOW) != 0) {
         return std::nullopt;
     }
     return found;
@@ -90,6 +90,16 @@ place_t confined_root_t::OpenParent(std::string_view name, EParents parents) con
     return MakeParents(name, nullptr);
 }
 
+confined_root_t::held_place_t confined_root_t::FindPlace(std::string_view name) const {
+    if (name.find('/') == std::string_view::npos) {
+        CheckName(name, staging_);
+        return {{}, top_.get(), std::string(name)};
+    }
+    place_t place = OpenParent(name);
+    const int parent = place.parent.get();
+    return {std::move(place.parent), parent, std::move(place.last)};
+}
+
 place_t confined_root_t::OpenParent(std::string_view name, std::vector<std::string>& made) const {
     try {
         return OpenParent(name);
@@ -143,7 +153,7 @@ posix::unique_fd_t confined_root_t::StepOrMake(int dir, std::string_view name, s
 std::shared_ptr<posix::posix_file_t> confined_root_t::OpenFile(std::string_view name) const {
     const place_t place = OpenParent(name);
     // Looked at first: opening a device can already do something to it.
-    const std::optional<struct stat> before = StatAt(place);
+    const std::optional<struct stat> before = StatAt(place.parent.get(), place.last);
     if (!before) {
         Throw("Failed to open file [%1]", name, errno);
     }
@@ -188,8 +198,8 @@ posix::unique_fd_t confined_root_t::OpenTop() const {
 }
 
 std::shared_ptr<posix::posix_file_t> confined_root_t::CreateFile(std::string_view name) const {
-    const place_t place = OpenParent(name);
-    posix::unique_fd_t fd(OpenAt(place.parent.get(), place.last.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600));
+    const held_place_t place = FindPlace(name);
+    posix::unique_fd_t fd(OpenAt(place.parent, place.last.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600));
     if (!fd) {
         if (errno == EEXIST) {
             ThrowExists(Shown(name));
@@ -213,8 +223,8 @@ void confined_root_t::MakeLink(const std::string& target, std::string_view name)
     if (target.find('\0') != std::string::npos) {
         throw exc::CRuntimeExc("The target of link [%1] contains a NUL byte.", Shown(name));
     }
-    const place_t place = OpenParent(name);
-    if (posix::sys().symlinkat(target.c_str(), place.parent.get(), place.last.c_str()) != 0) {
+    const held_place_t place = FindPlace(name);
+    if (posix::sys().symlinkat(target.c_str(), place.parent, place.last.c_str()) != 0) {
         if (errno == EEXIST) {
             ThrowExists(Shown(name));
         }
@@ -223,8 +233,8 @@ void confined_root_t::MakeLink(const std::string& target, std::string_view name)
 }
 
 struct stat confined_root_t::Stat(std::string_view name) const {
-    const place_t place = OpenParent(name);
-    const std::optional<struct stat> found = StatAt(place);
+    const held_place_t place = FindPlace(name);
+    const std::optional<struct stat> found = StatAt(place.parent, place.last);
     if (!found) {
         Throw("Failed to get attributes of [%1]", name, errno);
     }
@@ -274,8 +284,8 @@ std::vector<std::string> confined_root_t::ListTop(EOrder order) const {
 }
 
 void confined_root_t::RemoveFile(std::string_view name) const {
-    const place_t place = OpenParent(name);
-    if (posix::sys().unlinkat(place.parent.get(), place.last.c_str(), 0) != 0) {
+    const held_place_t place = FindPlace(name);
+    if (posix::sys().unlinkat(place.parent, place.last.c_str(), 0) != 0) {
         Throw("Failed to remove [%1]", name, errno);
     }
 }

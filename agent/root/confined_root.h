@@ -99,6 +99,13 @@ class confined_root_t {
     void Rename(std::string_view from, std::string_view to, EReplace replace) const;
 
   private:
+    /// Where a name lies, as OpenParent finds it; at the top of the root nothing has to be opened for that.
+    struct held_place_t {
+        posix::unique_fd_t opened;
+        int parent = -1;
+        std::string last;
+    };
+    held_place_t FindPlace(std::string_view name) const;
     place_t MakeParents(std::string_view name, std::vector<std::string>* made) const;
     posix::unique_fd_t StepOrMake(int dir, std::string_view name, std::size_t start,
                                   std::vector<std::string>* made) const;

@@ -3,7 +3,6 @@
 #include <exception>
 #include <utility>
 
-#include "agent/meta/item_meta.h"
 #include "agent/root/name_rules.h"
 #include "brannock/transmission/entry_reports.h"
 #include "mirrowen/logging/log_exc.h"
@@ -43,7 +42,11 @@ void WritePieces(posix::posix_file_t& file, const batch_entry_t& entry) {
 
 batch_applier_t::batch_applier_t(std::shared_ptr<staging_t> staging, group_slot_t place, EReplace replace,
                                  util::EOwnerSource owner)
-    : staging_(std::move(staging)), place_(std::move(place)), replace_(replace), owner_(owner) {}
+    : staging_(std::move(staging)),
+      place_(std::move(place)),
+      replace_(replace),
+      owner_(owner),
+      inherited_(FindInherited(staging_->GetFolder().GetDescriptor())) {}
 
 void batch_applier_t::Apply(batch_entry_t& entry) const noexcept {
     try {
@@ -78,7 +81,7 @@ group_entry_t batch_applier_t::StageFile(const batch_entry_t& entry,
     auto staged = std::make_unique<staged_entry_t>(staging_);
     auto file = staging_->GetFolder().CreateFile(staged->GetName());
     WritePieces(*file, entry);
-    ApplyMeta(file->GetDescriptor(), entry.item.info, staging_->GetRoot().Shown(entry.item.path), warnings);
+    ApplyMeta(file->GetDescriptor(), entry.item.info, staging_->GetRoot().Shown(entry.item.path), warnings, inherited_);
     return {.item = Bare(entry.item), .replace = replace_, .staged = std::move(staged), .file = std::move(file)};
 }
 

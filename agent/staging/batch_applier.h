@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "agent/meta/item_meta.h"
 #include "agent/meta/item_warnings.h"
 #include "agent/staging/copy_group.h"
 #include "agent/staging/received_batch.h"
@@ -33,6 +34,7 @@ class batch_applier_t {
     const group_slot_t place_;
     const EReplace replace_;
     const util::EOwnerSource owner_;
+    const EInherited inherited_;  ///< by what is staged
 };
 
 }  // namespace agent

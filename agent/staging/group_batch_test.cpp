@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -14,6 +15,7 @@
 #include "tests/support/fake_user_names.h"
 #include "tests/support/faulty_syscalls.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/meta_fixture.h"
 #include "tests/support/staging_fixture.h"
 
 namespace agent {
@@ -242,6 +244,22 @@ TEST_F(GroupBatch, WarningsOfEntriesComeWithTheCommitAndTheirNumbers) {
     EXPECT_NE(reports[0].text.find("stranger"), std::string::npos);
     EXPECT_EQ(reports[1].entry, 2U);
     EXPECT_EQ(reports[1].path, Shown("link"));
+}
+
+TEST_F(GroupBatch, ListsThatTheStagingFolderPassesOnAreRemoved) {
+    Apply({FileEntry("plain", 0)});
+    EXPECT_EQ(Commit(1), reports_t());
+    for (const auto& entry : fs::directory_iterator(Inside() / ".tarn-staging")) {
+        const std::string list = tests::meta_fixture_t::AccessList();
+        if (entry.is_directory() &&
+            ::setxattr(entry.path().c_str(), "system.posix_acl_default", list.data(), list.size(), 0) != 0) {
+            GTEST_SKIP() << "the file system has no access-control lists";
+        }
+    }
+    Apply({FileEntry("listed", 0)});
+    EXPECT_EQ(Commit(1), reports_t());
+    EXPECT_EQ(tests::meta_fixture_t::GetAttribute(Shown("listed"), "system.posix_acl_access"), "(none)");
+    EXPECT_EQ(Look("listed").st_mode, S_IFREG | 0640U);
 }
 
 TEST_F(GroupBatch, OwnersGoByTheirNumbersWhereTheReceiverSaysSo) {
