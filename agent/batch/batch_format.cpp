@@ -20,7 +20,7 @@ std::optional<guid::guid_t> ParseGuid(std::string_view text) {
         if (digit == std::string_view::npos) {
             return std::nullopt;
         }
-        bytes[at / 2] = static_cast<std::uint8_t>(bytes[at / 2] << 4U | digit);
+        bytes[at / 2] = static_cast<std::uint8_t>(bytes[at / 2] * std::size_t{16} + digit);
     }
     return guid::guid_t(bytes);
 }
