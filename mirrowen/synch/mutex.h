@@ -13,6 +13,7 @@ namespace synch {
 class CAPABILITY("mutex") mutex_t : public boost::mutex {
   public:
     void lock() ACQUIRE() { boost::mutex::lock(); }
+    bool try_lock() TRY_ACQUIRE(true) { return boost::mutex::try_lock(); }
     void unlock() RELEASE() { boost::mutex::unlock(); }
 };
 
@@ -27,6 +28,8 @@ class CAPABILITY("mutex") recursive_mutex_t : public boost::recursive_mutex {
 class SCOPED_CAPABILITY lock_t {
   public:
     explicit lock_t(mutex_t& mutex) ACQUIRE(mutex) : lock_(mutex) {}
+    /// Takes over a mutex that the thread has locked.
+    lock_t(mutex_t& mutex, boost::adopt_lock_t adopt) REQUIRES(mutex) : lock_(mutex, adopt) {}
     ~lock_t() RELEASE() {}
     lock_t(const lock_t&) = delete;
     lock_t& operator=(const lock_t&) = delete;
