@@ -78,12 +78,12 @@ void commit_dev_t::SyncStaged(const copy_group_t& group, const copy_group_t::ent
 
 void commit_dev_t::PlaceAll(copy_group_t::entries_t& entries, touched_directories_t& touched) {
     for (auto& [number, entry] : entries) {
-        TakeWarnings(entry);
         try {
             Place(entry, touched);
         } catch (const std::exception& error) {
             Fail(entry.item, error.what());
         }
+        TakeWarnings(entry);
         entry.staged.reset();
     }
 }
@@ -95,7 +95,7 @@ void commit_dev_t::Place(group_entry_t& entry, touched_directories_t& touched) c
     }
     switch (item.kind) {
         case EItemKind::eDirectory:
-            PlaceDirectory(Root(), item, entry.replace, Sync(), Warnings(), touched, item.entry);
+            MakeDirectory(entry, touched);
             break;
         case EItemKind::eHardLink:
             PlaceHardLink(staging_, item, entry.replace, touched, item.entry);
@@ -103,6 +103,13 @@ void commit_dev_t::Place(group_entry_t& entry, touched_directories_t& touched) c
         default:
             entry.staged->Commit(item.path, entry.replace, touched, item.entry);
     }
+}
+
+// The sender wants to know which entry a warning is about.
+void commit_dev_t::MakeDirectory(group_entry_t& entry, touched_directories_t& touched) const {
+    const auto warnings = std::make_shared<item_warnings_t>();
+    PlaceDirectory(Root(), entry.item, entry.replace, Sync(), warnings, touched, entry.item.entry);
+    entry.warnings = warnings->Get();
 }
 
 void commit_dev_t::SyncPlaced(const copy_group_t::entries_t& entries, touched_directories_t& touched) {

@@ -24,8 +24,8 @@ class commit_dev_t final : public item_dev_t {
     /// an unsynced item nobody waits for the storage.
     void Finish(std::shared_ptr<synch::completion_port_t> port) override;
 
-    /// The entries that failed, then the warnings of entries that came in batches, then what could not be applied to
-    /// directories.
+    /// The entries that failed, then what could not be applied to directories and to entries that came in batches; each
+    /// report has the number of its entry.
     std::vector<brannock::transmission::entry_report_t> TakeEntryReports() override;
 
   private:
@@ -35,6 +35,7 @@ class commit_dev_t final : public item_dev_t {
     void PlaceAll(copy_group_t::entries_t& entries, touched_directories_t& touched);
     void SyncPlaced(const copy_group_t::entries_t& entries, touched_directories_t& touched);
     void Fail(const item_t& item, const std::string& text);
+    void MakeDirectory(group_entry_t& entry, touched_directories_t& touched) const;
     void TakeWarnings(group_entry_t& entry);
 
     const std::shared_ptr<copy_groups_t> groups_;

@@ -450,6 +450,19 @@ TEST_F(CommitDev, GroupThatADeviceWorksForIsKept) {
     EXPECT_EQ(Commit(2), reports_t());
 }
 
+TEST_F(CommitDev, WarningsOfDirectoriesCarryTheNumbersOfTheirEntries) {
+    item_t odd = Directory("odd", 0750);
+    odd.info.attributes.push_back({"nowhere.known", "value"});
+    Defer(File("file"), 0, "1");
+    Defer(Directory("plain", 0750), 1);
+    Defer(odd, 2);
+    const reports_t reports = Commit(3);
+    ASSERT_EQ(reports.size(), 1U);
+    EXPECT_NE(reports[0].kind, kEntryFailed);
+    EXPECT_EQ(reports[0].entry, 2U);
+    EXPECT_EQ(reports[0].path, Shown("odd"));
+}
+
 TEST_F(CommitDev, WhatWasNotCommittedGoesWithTheReceiver) {
     Defer(File("one"), 0, "1");
     DropReceiver();
