@@ -107,6 +107,13 @@ void add_cp(CLI::App& app, verb_t& chosen) {
     verb->add_option("--block-size", args->blockSize, "Bytes of a block")
         ->check(CLI::Range(io::block::kMinBlockSize, io::block::kMaxBlockSize))
         ->capture_default_str();
+    CLI::Option* const batchLimit =
+        verb->add_option("--batch-limit", args->batchLimit,
+                         "To a receiving agent, files of at most this many bytes travel together in batches")
+            ->type_name("BYTES")
+            ->check(CLI::Range(std::uint64_t{1}, agent::batch::kMaxBatchFile))
+            ->capture_default_str();
+    verb->add_flag("--no-batch", args->noBatch, "Let every file travel by itself")->excludes(batchLimit);
     verb->add_option("--durable", args->durable,
                      "What waits for the storage: each item, the items of a tree together in groups, or none")
         ->check(CLI::IsMember({"each", "tree", "none"}))

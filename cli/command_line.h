@@ -5,6 +5,7 @@
 #include <variant>
 #include <vector>
 
+#include "agent/batch/batch_format.h"
 #include "mirrowen/io/block/block_math.h"
 #include "mirrowen/logging/log_level.h"
 
@@ -38,6 +39,8 @@ struct cp_args_t {
     std::vector<mapping_t> maps;
     std::string compress = "lz4";
     std::uint64_t blockSize = io::block::kDefaultBlockSize;
+    std::uint64_t batchLimit = agent::batch::kDefaultBatchFile;
+    bool noBatch = false;
     std::string durable = "tree";
     bool strict = false;
     bool force = false;

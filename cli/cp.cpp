@@ -63,6 +63,7 @@ agent::copy::copy_options_t options_of(const cp_args_t& args, const interrupt_t&
     options.keepPartial = std::chrono::hours(24) * args.keepPartialDays;
     options.compression = transform_named(args.compress);
     options.blockSize = args.blockSize;
+    options.batchLimit = args.noBatch ? 0 : args.batchLimit;
     options.remote.stop = interrupt.GetToken();
     return options;
 }

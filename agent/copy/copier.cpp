@@ -17,12 +17,12 @@ bool is_same_inode(const object_brief_t& left, const object_brief_t& right) {
 
 }  // namespace
 
-copier_t::copier_t(const copy_options_t& options, item_sink_t& sink, copy_observer_t& observer, bool groups)
+copier_t::copier_t(const copy_options_t& options, item_sink_t& sink, copy_observer_t& observer, gathering_t gathering)
     : options_(options),
       sink_(sink),
       observer_(observer),
       asks_((options.overwrite && !options.force) || options.dryRun),
-      sender_(options, sink, observer, links_, groups) {}
+      sender_(options, sink, observer, links_, gathering) {}
 
 copier_t::~copier_t() = default;
 

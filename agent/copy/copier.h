@@ -22,8 +22,8 @@ namespace agent::copy {
 /// contents, so its times stick. An item that fails is noted and the rest goes on. One thread.
 class copier_t final : public tree_visitor_t {
   public:
-    /// All must outlive this object. With `groups` items get their places in groups; see item_sender_t.
-    copier_t(const copy_options_t& options, item_sink_t& sink, copy_observer_t& observer, bool groups);
+    /// All must outlive this object.
+    copier_t(const copy_options_t& options, item_sink_t& sink, copy_observer_t& observer, gathering_t gathering);
     ~copier_t() override;
 
     /// Throws only for a stop request and for a source whose top has gone.

@@ -1,74 +1,31 @@
 #include "agent/copy/copier.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <filesystem>
-#include <fstream>
 
-#include "agent/copy/content_hasher.h"
-#include "agent/copy/copy_source.h"
-#include "agent/copy/fake_sink.h"
 #include "agent/copy/resumption.h"
-#include "agent/tree/opened_place.h"
-#include "tests/support/temp_dir.h"
+#include "tests/support/copier_fixture.h"
 
 namespace agent::copy {
 namespace {
 
 namespace fs = std::filesystem;
-using texts_t = std::vector<std::string>;
+using tests::texts_t;
 
-class decisions_t final : public copy_observer_t {
-  public:
-    void OnItemDone(const std::string&) override { ++done; }
-    void OnBytesSpared(std::uint64_t bytes) override { spared += bytes; }
-    void OnDecision(const std::string& action, const std::string& path) override {
-        texts.push_back(action + " " + fs::path(path).filename().string());
-    }
-    int done = 0;
-    std::uint64_t spared = 0;
-    texts_t texts;
-};
-
-class Copier : public ::testing::Test {
+/// What a copy decides is the same whether or not small items travel in batches.
+class Copier : public tests::copier_fixture_t, public ::testing::WithParamInterface<bool> {
   protected:
-    Copier() {
-        options.recursive = true;
-        fs::create_directory(At("top"));
-    }
-
-    std::string At(const std::string& name) const { return dir_.path() + "/" + name; }
-    void Write(const std::string& name, const std::string& text = "x") const { std::ofstream(At(name)) << text; }
-    void Link(const std::string& first, const std::string& second) const {
-        fs::create_hard_link(At(first), At(second));
-    }
-
-    copy_report_t Run(bool groups = true) {
-        copier_t copier(options, sink, observer, groups);
-        const copy_job_t job{OpenCopySource(At("top"), options), "top", false};
-        copier.Run(job);
-        return copier.Finish();
-    }
-
-    // The far end has just what the source has.
-    void LayDown(const std::string& name) { sink.there[name] = *Examine(*OpenPlace(dir_.path() + "/.").root, name); }
-
-    texts_t Failed(const copy_report_t& report) const {
-        texts_t texts;
-        for (const copy_note_t& note : report.failed) {
-            texts.push_back(fs::path(note.path).filename().string() + ": " + note.text);
-        }
-        return texts;
-    }
-
-    tests::temp_dir_t dir_;
-    copy_options_t options;
-    fake_sink_t sink;
-    decisions_t observer;
+    using copier_fixture_t::Run;
+    copy_report_t Run() { return Run({.groups = true, .batches = GetParam()}); }
 };
+INSTANTIATE_TEST_SUITE_P(All, Copier, ::testing::Bool(),
+                         [](const auto& param) { return param.param ? "WithBatches" : "WithoutBatches"; });
 
-TEST_F(Copier, ItemsOfATreeAreNumberedAndCommittedTogether) {
+using CopierOneByOne = tests::copier_fixture_t;
+
+TEST_P(Copier, ItemsOfATreeAreNumberedAndCommittedTogether) {
     Write("top/a");
     Write("top/b");
     const copy_report_t report = Run();
@@ -85,12 +42,12 @@ TEST_F(Copier, ItemsOfATreeAreNumberedAndCommittedTogether) {
     EXPECT_EQ(observer.done, 3);
 }
 
-TEST_F(Copier, ItemThatFailedGivesItsNumberToTheNext) {
+TEST_F(CopierOneByOne, ItemThatFailedGivesItsNumberToTheNext) {
     Write("top/a");
     Write("top/b");
     Write("top/c");
     sink.failing = {"top/b"};
-    const copy_report_t report = Run();
+    const copy_report_t report = Run({.groups = true});
     EXPECT_EQ(sink.puts[1].item.path, "top/c");
     EXPECT_EQ(sink.puts[1].item.entry, 1u);
     EXPECT_EQ(sink.commits, std::vector<std::uint64_t>{3});
@@ -98,7 +55,7 @@ TEST_F(Copier, ItemThatFailedGivesItsNumberToTheNext) {
     EXPECT_EQ(report.files, 2u);
 }
 
-TEST_F(Copier, GroupIsCommittedAsSoonAsItIsFullAndTheNextBeginsAtZero) {
+TEST_P(Copier, GroupIsCommittedAsSoonAsItIsFullAndTheNextBeginsAtZero) {
     for (std::size_t i = 0; i <= group_keeper_t::kMaxItems; ++i) {
         Write("top/" + std::to_string(1000 + i));
     }
@@ -107,7 +64,7 @@ TEST_F(Copier, GroupIsCommittedAsSoonAsItIsFullAndTheNextBeginsAtZero) {
     EXPECT_EQ(sink.puts[512].item.entry, 0u);
 }
 
-TEST_F(Copier, ItemsOfAGroupThatCouldNotBeCommittedAllFailWithTheCause) {
+TEST_P(Copier, ItemsOfAGroupThatCouldNotBeCommittedAllFailWithTheCause) {
     Write("top/a");
     sink.commitFault = "No space left.";
     const copy_report_t report = Run();
@@ -116,7 +73,7 @@ TEST_F(Copier, ItemsOfAGroupThatCouldNotBeCommittedAllFailWithTheCause) {
     EXPECT_EQ(observer.done, 0);
 }
 
-TEST_F(Copier, LostEntryFailsAloneAndWarningsOfTheCommitAreTold) {
+TEST_P(Copier, LostEntryFailsAloneAndWarningsOfTheCommitAreTold) {
     Write("top/a");
     Write("top/b");
     sink.lost = {{1, "is a directory"}, {99, "nonsense"}};
@@ -127,16 +84,16 @@ TEST_F(Copier, LostEntryFailsAloneAndWarningsOfTheCommitAreTold) {
     EXPECT_EQ(report.warnings.size(), 1u);
 }
 
-TEST_F(Copier, WithoutGroupsNothingIsDeferred) {
+TEST_F(CopierOneByOne, WithoutGroupsNothingIsDeferred) {
     Write("top/a");
     options.durability = EDurability::eNone;
-    EXPECT_EQ(Run(false).files, 1u);
+    EXPECT_EQ(Run({}).files, 1u);
     EXPECT_FALSE(sink.puts[0].item.deferred);
     EXPECT_TRUE(sink.puts[0].item.unsynced);
     EXPECT_TRUE(sink.commits.empty());
 }
 
-TEST_F(Copier, LaterNamesOfAFileBecomeHardLinksToTheFirst) {
+TEST_P(Copier, LaterNamesOfAFileBecomeHardLinksToTheFirst) {
     Write("top/a");
     Link("top/a", "top/b");
     Link("top/a", "top/c");
@@ -148,16 +105,16 @@ TEST_F(Copier, LaterNamesOfAFileBecomeHardLinksToTheFirst) {
     EXPECT_EQ(report.hardLinks, 2u);
 }
 
-TEST_F(Copier, NameAfterAFailedFirstIsTheFirst) {
+TEST_F(CopierOneByOne, NameAfterAFailedFirstIsTheFirst) {
     Write("top/a");
     Link("top/a", "top/b");
     Link("top/a", "top/c");
     sink.failing = {"top/a"};
-    Run();
+    Run({.groups = true});
     EXPECT_EQ(sink.Put(), (texts_t{"file top/b", "hard link top/c -> top/b", "directory top"}));
 }
 
-TEST_F(Copier, WhereNamesCannotBeLinkedTheFileIsSentAgainWithAWarning) {
+TEST_P(Copier, WhereNamesCannotBeLinkedTheFileIsSentAgainWithAWarning) {
     Write("top/a");
     Link("top/a", "top/b");
     sink.refusesHardLinks = true;
@@ -170,7 +127,7 @@ TEST_F(Copier, WhereNamesCannotBeLinkedTheFileIsSentAgainWithAWarning) {
     EXPECT_TRUE(report.failed.empty());
 }
 
-TEST_F(Copier, NameWhoseFirstWasLostInItsGroupIsSentAsAFile) {
+TEST_P(Copier, NameWhoseFirstWasLostInItsGroupIsSentAsAFile) {
     Write("top/a");
     Link("top/a", "top/b");
     sink.lost = {{0, "gone"}, {1, "first is missing"}};
@@ -180,7 +137,7 @@ TEST_F(Copier, NameWhoseFirstWasLostInItsGroupIsSentAsAFile) {
     EXPECT_EQ(report.files, 1u);
 }
 
-TEST_F(Copier, UnchangedItemsAreLeftAlone) {
+TEST_P(Copier, UnchangedItemsAreLeftAlone) {
     options.overwrite = true;
     fs::create_directory(At("top/d"));
     Write("top/a", "12345");
@@ -197,7 +154,7 @@ TEST_F(Copier, UnchangedItemsAreLeftAlone) {
     EXPECT_EQ(observer.spared, 5u);
 }
 
-TEST_F(Copier, DirectoryIntoWhichSomethingWasPutIsSentAgainAndNotTheOneAboveIt) {
+TEST_P(Copier, DirectoryIntoWhichSomethingWasPutIsSentAgainAndNotTheOneAboveIt) {
     options.overwrite = true;
     fs::create_directories(At("top/d"));
     Write("top/d/a");
@@ -210,7 +167,7 @@ TEST_F(Copier, DirectoryIntoWhichSomethingWasPutIsSentAgainAndNotTheOneAboveIt) 
     EXPECT_EQ(report.unchanged, 2u);
 }
 
-TEST_F(Copier, NewDirectoryChangesTheOneAboveIt) {
+TEST_P(Copier, NewDirectoryChangesTheOneAboveIt) {
     options.overwrite = true;
     fs::create_directories(At("top/d"));
     LayDown("top");
@@ -218,7 +175,7 @@ TEST_F(Copier, NewDirectoryChangesTheOneAboveIt) {
     EXPECT_EQ(sink.Put(), (texts_t{"directory top/d", "directory top"}));
 }
 
-TEST_F(Copier, ForceAsksNothingAndSparesNothing) {
+TEST_P(Copier, ForceAsksNothingAndSparesNothing) {
     options.overwrite = options.force = true;
     Write("top/a");
     LayDown("top");
@@ -228,7 +185,7 @@ TEST_F(Copier, ForceAsksNothingAndSparesNothing) {
     EXPECT_EQ(sink.puts.size(), 2u);
 }
 
-TEST_F(Copier, WithoutOverwriteNothingIsAskedAndNothingSpared) {
+TEST_P(Copier, WithoutOverwriteNothingIsAskedAndNothingSpared) {
     Write("top/a");
     LayDown("top");
     LayDown("top/a");
@@ -237,7 +194,7 @@ TEST_F(Copier, WithoutOverwriteNothingIsAskedAndNothingSpared) {
     EXPECT_EQ(sink.puts.size(), 2u);
 }
 
-TEST_F(Copier, FileInTheWayOfADirectoryGoesAtOnce) {
+TEST_P(Copier, FileInTheWayOfADirectoryGoesAtOnce) {
     options.overwrite = true;
     fs::create_directories(At("top/d"));
     Write("top/d/a");
@@ -249,7 +206,7 @@ TEST_F(Copier, FileInTheWayOfADirectoryGoesAtOnce) {
     EXPECT_EQ(report.directories, 2u);
 }
 
-TEST_F(Copier, UnchangedNamesOfOneFileHaveToBeOneFileThereToo) {
+TEST_P(Copier, UnchangedNamesOfOneFileHaveToBeOneFileThereToo) {
     options.overwrite = true;
     Write("top/a");
     Link("top/a", "top/b");
@@ -261,7 +218,7 @@ TEST_F(Copier, UnchangedNamesOfOneFileHaveToBeOneFileThereToo) {
     EXPECT_EQ(sink.Put().at(1), "hard link top/b -> top/a");
 }
 
-TEST_F(Copier, OneBadNameDoesNotSpoilTheQuestionForTheOthers) {
+TEST_P(Copier, OneBadNameDoesNotSpoilTheQuestionForTheOthers) {
     options.overwrite = true;
     Write("top/a");
     Write("top/b");
@@ -272,11 +229,7 @@ TEST_F(Copier, OneBadNameDoesNotSpoilTheQuestionForTheOthers) {
     EXPECT_EQ(sink.Put(), (texts_t{"file top/b", "directory top"}));
 }
 
-query::content_digest_t DigestOf(const std::string& text) {
-    return {text.size(), digest::ComputeBlockDigest(std::as_bytes(std::span(text)))};
-}
-
-TEST_F(Copier, ChecksumSparesAFileWithTheSameContentWhateverItsTime) {
+TEST_P(Copier, ChecksumSparesAFileWithTheSameContentWhateverItsTime) {
     options.overwrite = options.checksum = true;
     Write("top/a", "aaa");
     Write("top/b", "bbb");
@@ -291,7 +244,7 @@ TEST_F(Copier, ChecksumSparesAFileWithTheSameContentWhateverItsTime) {
     EXPECT_EQ(sink.Put(), (texts_t{"file top/b", "directory top"}));
 }
 
-TEST_F(Copier, VerifiedFileThatReadsBackDifferentlyFails) {
+TEST_P(Copier, VerifiedFileThatReadsBackDifferentlyFails) {
     options.verify = true;
     Write("top/a", "aaa");
     Write("top/b", "bbb");
@@ -302,7 +255,7 @@ TEST_F(Copier, VerifiedFileThatReadsBackDifferentlyFails) {
     EXPECT_EQ(report.files, 1u);
 }
 
-TEST_F(Copier, FileOfWhichTheBeginningIsKeptGoesOnBehindIt) {
+TEST_P(Copier, FileOfWhichTheBeginningIsKeptGoesOnBehindIt) {
     options.verify = true;
     const std::string content = std::string(kResumableBytes, 'x') + "end";
     Write("top/a", content);
@@ -316,7 +269,7 @@ TEST_F(Copier, FileOfWhichTheBeginningIsKeptGoesOnBehindIt) {
     EXPECT_TRUE(report.failed.empty()) << "the digest is that of the whole file";
 }
 
-TEST_F(Copier, FileWhoseKeptBytesCannotBeAskedForIsSentWhole) {
+TEST_P(Copier, FileWhoseKeptBytesCannotBeAskedForIsSentWhole) {
     const std::string content(kResumableBytes, 'x');
     Write("top/a", content);
     sink.refusesPartials = true;
@@ -326,7 +279,7 @@ TEST_F(Copier, FileWhoseKeptBytesCannotBeAskedForIsSentWhole) {
     EXPECT_TRUE(report.failed.empty());
 }
 
-TEST_F(Copier, FileOfWhichSomethingElseIsKeptBeginsAnew) {
+TEST_P(Copier, FileOfWhichSomethingElseIsKeptBeginsAnew) {
     options.verify = true;
     const std::string content(kResumableBytes, 'x');
     Write("top/a", content);
@@ -338,7 +291,7 @@ TEST_F(Copier, FileOfWhichSomethingElseIsKeptBeginsAnew) {
     EXPECT_TRUE(report.failed.empty());
 }
 
-TEST_F(Copier, SmallFileIsNotKeptAndNeitherIsOneThatNobodyWantsKept) {
+TEST_P(Copier, SmallFileIsNotKeptAndNeitherIsOneThatNobodyWantsKept) {
     Write("top/a", "small");
     Write("top/b", std::string(kResumableBytes, 'x'));
     sink.partials["top/a"] = {1, DigestOf("s").digest};
@@ -351,7 +304,7 @@ TEST_F(Copier, SmallFileIsNotKeptAndNeitherIsOneThatNobodyWantsKept) {
     }
 }
 
-TEST_F(Copier, StrictMakesAWarningAFailureOfItsItem) {
+TEST_P(Copier, StrictMakesAWarningAFailureOfItsItem) {
     Write("top/a");
     Write("top/b");
     sink.warned = {"top/a"};
@@ -365,7 +318,7 @@ TEST_F(Copier, StrictMakesAWarningAFailureOfItsItem) {
     EXPECT_EQ(strict.files, 1u);
 }
 
-TEST_F(Copier, DryRunTellsEachDecisionAndPutsNothing) {
+TEST_P(Copier, DryRunTellsEachDecisionAndPutsNothing) {
     options.overwrite = options.dryRun = true;
     fs::create_directories(At("top/old"));
     Write("top/old/same");
@@ -384,9 +337,9 @@ TEST_F(Copier, DryRunTellsEachDecisionAndPutsNothing) {
     EXPECT_EQ(report.files, 0u);
 }
 
-TEST_F(Copier, OfTwoSourcesForOnePlaceTheFirstIsInItsPlaceBeforeTheSecondIsLookedAt) {
+TEST_P(Copier, OfTwoSourcesForOnePlaceTheFirstIsInItsPlaceBeforeTheSecondIsLookedAt) {
     Write("top/a");
-    copier_t copier(options, sink, observer, true);
+    copier_t copier(options, sink, observer, {.groups = true, .batches = GetParam()});
     const copy_job_t job{OpenCopySource(At("top"), options), "top", false};
     copier.Run(job);
     EXPECT_TRUE(sink.commits.empty());

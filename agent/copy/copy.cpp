@@ -83,6 +83,13 @@ std::vector<copy_job_t> assign_targets(std::vector<copy_source_t> sources, const
     return jobs;
 }
 
+// A single item waits for nobody.
+gathering_t gathering_of(const copy_options_t& options, const item_sink_t& sink, std::uint64_t items) {
+    const bool several = items > 1;
+    return {.groups = several && options.durability == EDurability::eTree && sink.TakesGroups(),
+            .batches = several && options.batchLimit != 0 && sink.TakesBatches()};
+}
+
 }  // namespace
 
 copy_observer_t::~copy_observer_t() = default;
@@ -112,9 +119,7 @@ copy_report_t Copy(const std::vector<std::string>& sources, const std::string& d
     if (!options.dryRun) {
         sink->Begin();
     }
-    // A single item waits for nobody.
-    const bool groups = options.durability == EDurability::eTree && sink->TakesGroups() && planner.Items() > 1;
-    copier_t copier(options, *sink, observer, groups);
+    copier_t copier(options, *sink, observer, gathering_of(options, *sink, planner.Items()));
     for (const copy_job_t& job : jobs) {
         copier.Run(job);
     }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/batch/batch_format.h"
 #include "agent/net/remote_options.h"
 #include "mirrowen/io/block/block_math.h"
 #include "mirrowen/io/block/buf_transform.h"
@@ -15,7 +16,9 @@ namespace agent::copy {
 
 /// What the end of a copy means for a machine that loses its power right afterwards.
 enum class EDurability {
-    eEach,  ///< every item is on the storage and in its place when it counts as copied; the next one waits for it
+    /// Every item is on the storage and in its place when it counts as copied; the next one waits for it, or, among
+    /// small ones that travel in a batch, the next batch.
+    eEach,
     eTree,  ///< likewise, but items wait together: each group of them is written, synced and put in place at once
     eNone,  ///< nobody waits for the storage; an item is in its place as soon as it is written
 };
@@ -35,6 +38,9 @@ struct copy_options_t {
     std::chrono::seconds keepPartial = std::chrono::hours(7 * 24);
     io::block::EBufTransformType compression = io::block::EBufTransformType::eLz4;
     std::uint64_t blockSize = io::block::kDefaultBlockSize;  ///< bytes
+    /// To a receiving agent, files of at most this many bytes travel in batches, at most batch::kMaxBatchFile; 0: every
+    /// item travels by itself.
+    std::uint64_t batchLimit = batch::kDefaultBatchFile;
     net::remote_options_t remote;
 };
 

@@ -5,13 +5,14 @@
 
 namespace agent::copy {
 
-void entry_outcome_t::Take(const std::vector<brannock::transmission::entry_report_t>& reports) {
+void entry_outcome_t::Add(const std::vector<brannock::transmission::entry_report_t>& reports) {
     for (const auto& report : reports) {
         std::string text = logging::EscapeControls(report.text);
         if (report.kind == kEntryFailed) {
-            lost_.push_back({report.entry, std::move(text)});
+            outcome_.lost.push_back({report.entry, std::move(text)});
         } else {
-            warnings_.push_back({logging::EscapeControls(report.path), std::move(text)});
+            outcome_.warnings.push_back({logging::EscapeControls(report.path), std::move(text)});
+            outcome_.warned.insert(report.entry);
         }
     }
 }

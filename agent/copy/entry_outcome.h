@@ -1,5 +1,6 @@
 #pragma once
 
+#include <utility>
 #include <vector>
 
 #include "agent/copy/item_sink.h"
@@ -10,17 +11,14 @@ namespace agent::copy {
 /// Sorts what a receiver reports of an item or a group: entries that were lost, and warnings.
 class entry_outcome_t {
   public:
-    /// `warnings` must outlive this object.
-    explicit entry_outcome_t(std::vector<copy_note_t>& warnings) : warnings_(warnings) {}
-
     /// The texts are a peer's: control bytes in them are escaped.
-    void Take(const std::vector<brannock::transmission::entry_report_t>& reports);
+    void Add(const std::vector<brannock::transmission::entry_report_t>& reports);
 
-    std::vector<item_sink_t::lost_entry_t> TakeLost() { return std::move(lost_); }
+    /// Everything until now.
+    item_sink_t::committed_t Take() { return std::exchange(outcome_, {}); }
 
   private:
-    std::vector<copy_note_t>& warnings_;
-    std::vector<item_sink_t::lost_entry_t> lost_;
+    item_sink_t::committed_t outcome_;
 };
 
 }  // namespace agent::copy

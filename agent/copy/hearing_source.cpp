@@ -26,7 +26,7 @@ bool hearing_source_t::KnowsHoles() const noexcept {
 }
 
 void hearing_source_t::OnEntryReports(const std::vector<brannock::transmission::entry_report_t>& reports) {
-    outcome_.Take(reports);
+    outcome_.Add(reports);
 }
 
 }  // namespace agent::copy

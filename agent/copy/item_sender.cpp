@@ -6,30 +6,13 @@
 
 #include "agent/copy/empty_source.h"
 #include "agent/copy/resumption.h"
-#include "agent/copy/steady_source.h"
-#include "mirrowen/exc/runtime_exc.h"
+#include "agent/copy/watch_content.h"
+#include "agent/copy/whole_content.h"
 #include "mirrowen/util/str_format.h"
 
 namespace agent::copy {
 
 namespace {
-
-/// Passes the engine's progress on.
-class byte_counter_t final : public progress::progress_base_t {
-  public:
-    byte_counter_t(const copy_options_t& options, copy_report_t& report, copy_observer_t& observer)
-        : options_(options), report_(report), observer_(observer) {}
-    void OnProgress(std::uint64_t bytes) override {
-        options_.remote.ThrowIfStopped();
-        report_.bytes += bytes;
-        observer_.OnBytes(bytes);
-    }
-
-  private:
-    const copy_options_t& options_;
-    copy_report_t& report_;
-    copy_observer_t& observer_;
-};
 
 EItemKind item_kind(EEntryKind kind) {
     return kind == EEntryKind::eFile        ? EItemKind::eFile
@@ -47,30 +30,17 @@ sent_item_t describe(const std::shared_ptr<item_source_t>& tree, const tree_entr
     return sent;
 }
 
-std::uint64_t& counter_of(copy_report_t& report, EItemKind kind) {
-    switch (kind) {
-        case EItemKind::eDirectory:
-            return report.directories;
-        case EItemKind::eLink:
-            return report.links;
-        case EItemKind::eHardLink:
-            return report.hardLinks;
-        default:
-            return report.files;
-    }
-}
-
 }  // namespace
 
 item_sender_t::item_sender_t(const copy_options_t& options, item_sink_t& sink, copy_observer_t& observer,
-                             link_keeper_t& links, bool groups)
+                             link_keeper_t& links, gathering_t gathering)
     : options_(options),
       sink_(sink),
-      observer_(observer),
       links_(links),
-      groups_(groups),
-      copy_(guid::guid_t::Create()),
-      counter_(std::make_shared<byte_counter_t>(options, report_, observer)) {}
+      account_(options, sink, observer),
+      groups_(options, sink, gathering) {}
+
+item_sender_t::~item_sender_t() = default;
 
 bool item_sender_t::SendEntry(const std::shared_ptr<item_source_t>& tree, const tree_entry_t& entry,
                               const std::string& target) {
@@ -99,158 +69,144 @@ bool item_sender_t::SendSingle(const copy_source_t& source, const std::string& t
 
 bool item_sender_t::SendName(const std::shared_ptr<item_source_t>& tree, const tree_entry_t& entry,
                              const std::string& target, const std::string& first) {
-    sent_item_t sent = describe(tree, entry, target);
-    sent.kind = EItemKind::eHardLink;
-    loaded_item_t loaded;
-    loaded.item.kind = EItemKind::eHardLink;
-    loaded.item.path = target;
-    loaded.item.second = first;
-    loaded.source = std::make_shared<empty_source_t>(sent.shown);
+    outgoing_t item;
+    item.sent = describe(tree, entry, target);
+    item.sent.kind = EItemKind::eHardLink;
+    const sent_item_t name = item.sent;
+    item.loaded.item.kind = EItemKind::eHardLink;
+    item.loaded.item.path = target;
+    item.loaded.item.second = first;
+    item.loaded.source = std::make_shared<empty_source_t>(name.shown);
     try {
-        return Put(sent, EWhen::eWithGroup, std::move(loaded), {}, nullptr);
+        Put(item);
     } catch (const std::exception& error) {
         options_.remote.ThrowIfStopped();
-        SendAgainAsFile(sent, error.what());
+        SendAgainAsFile(name, error.what());
         return true;
     }
-}
-
-bool item_sender_t::Send(sent_item_t sent, EWhen when, const load_function_t& load) {
-    try {
-        std::vector<copy_note_t> warnings;
-        loaded_item_t loaded = load(warnings);
-        std::shared_ptr<content_hasher_t> begun;
-        if (IsResumable(sent, loaded)) {
-            resumption_t resumption = Resume(sink_, *sent.tree, sent.entry, std::move(loaded), {options_.blockSize});
-            loaded = std::move(resumption.loaded);
-            begun = std::move(resumption.hasher);
-        }
-        return Put(sent, when, std::move(loaded), std::move(warnings), begun);
-    } catch (const std::exception& error) {
-        options_.remote.ThrowIfStopped();
-        Lose(sent, error.what());
-        return false;
-    }
-}
-
-bool item_sender_t::IsResumable(const sent_item_t& sent, const loaded_item_t& loaded) const {
-    return sent.kind == EItemKind::eFile && sent.tree && sent.tree->ReadsTwice() && loaded.size >= kResumableBytes &&
-           options_.keepPartial.count() > 0;
-}
-
-bool item_sender_t::Put(sent_item_t sent, EWhen when, loaded_item_t loaded, std::vector<copy_note_t> warnings,
-                        const std::shared_ptr<content_hasher_t>& begun) {
-    const bool deferred = groups_ && when == EWhen::eWithGroup;
-    Prepare(loaded.item, deferred);
-    sent.bytes = loaded.size;
-    const std::shared_ptr<content_hasher_t> hasher = Watch(sent, loaded, begun);
-    SpareKept(loaded.item.startOffset);
-    sink_.Put(loaded.item, loaded.source, loaded.size, options_.overwrite, counter_, warnings);
-    if (loaded.hasChanged && loaded.hasChanged()) {
-        warnings.push_back({sent.shown, util::str_format("File [%1] changed while it was read.", sent.shown)});
-    }
-    sent.counts = sent.counts && (warnings.empty() || !options_.strict);
-    Warn(std::move(warnings));
-    if (hasher) {
-        sent.digest = hasher->Get();
-    }
-    if (deferred) {
-        group_.Add(std::move(sent));
-        CommitIfDue();
-    } else {
-        Settle(sent);
-    }
+    CommitIfDue();
     return true;
 }
 
-// What has to be seen of the content on its way.
-std::shared_ptr<content_hasher_t> item_sender_t::Watch(const sent_item_t& sent, loaded_item_t& loaded,
-                                                       const std::shared_ptr<content_hasher_t>& begun) const {
-    if (loaded.hasChanged && (options_.verify || options_.strict)) {
-        loaded.source = std::make_shared<steady_source_t>(loaded.source, loaded.hasChanged);
+bool item_sender_t::Send(sent_item_t sent, EWhen when, const load_function_t& load) {
+    outgoing_t item;
+    item.sent = std::move(sent);
+    item.when = when;
+    try {
+        item.loaded = load(item.warnings);
+        if (IsResumable(item)) {
+            Continue(item);
+        }
+        Put(item);
+    } catch (const std::exception& error) {
+        options_.remote.ThrowIfStopped();
+        Lose(item.sent, error.what());
+        return false;
     }
-    if (!options_.verify || sent.kind != EItemKind::eFile) {
-        return nullptr;
-    }
-    auto hasher = begun ? begun : std::make_shared<content_hasher_t>();
-    loaded.source = std::make_shared<hashed_source_t>(loaded.source, hasher);
-    return hasher;
+    CommitIfDue();
+    return true;
 }
 
-void item_sender_t::SpareKept(std::uint64_t bytes) {
-    if (bytes != 0) {
-        report_.resumedBytes += bytes;
-        observer_.OnBytesSpared(bytes);
+bool item_sender_t::IsResumable(const outgoing_t& item) const {
+    const sent_item_t& sent = item.sent;
+    return sent.kind == EItemKind::eFile && sent.tree && sent.tree->ReadsTwice() &&
+           item.loaded.size >= kResumableBytes && options_.keepPartial.count() > 0;
+}
+
+void item_sender_t::Continue(outgoing_t& item) {
+    resumption_t resumption =
+        Resume(sink_, *item.sent.tree, item.sent.entry, std::move(item.loaded), {options_.blockSize});
+    item.loaded = std::move(resumption.loaded);
+    item.hasher = std::move(resumption.hasher);
+}
+
+void item_sender_t::Put(outgoing_t& item) {
+    item.sent.bytes = item.loaded.size;
+    if (item.when == EWhen::eWithGroup && groups_.TakesIntoBatch(item.loaded.item, item.loaded.size)) {
+        Pack(item);
+    } else {
+        PutAlone(item);
     }
 }
 
-void item_sender_t::Prepare(item_t& item, bool deferred) const {
-    item.copy = copy_;
-    item.unsynced = options_.durability == EDurability::eNone;
-    item.deferred = deferred;
-    item.entry = deferred ? group_.NextNumber() : 0;
+// All of it is read before any of it is packed: an item that fails leaves no trace, and its number goes to the next.
+void item_sender_t::Pack(outgoing_t& item) {
+    Prepare(item, true);
+    const whole_content_t content(*item.loaded.source, item.loaded.size);
+    groups_.Pack(item.loaded.item, content, item.loaded.size);
+    if (item.loaded.size != 0) {
+        account_.Progress()->OnProgress(item.loaded.size);
+    }
+    Note(item);
+    groups_.Add(std::move(item.sent));
+}
+
+// The sink is this thread's alone while no job is under way, and what was packed before arrives before.
+void item_sender_t::PutAlone(outgoing_t& item) {
+    groups_.MakeRoom();
+    const bool deferred = groups_.HasGroups() && item.when == EWhen::eWithGroup;
+    Prepare(item, deferred);
+    account_.SpareKept(item.loaded.item.startOffset);
+    sink_.Put(item.loaded.item, item.loaded.source, item.loaded.size, options_.overwrite, account_.Progress(),
+              item.warnings);
+    Note(item);
+    if (deferred) {
+        groups_.Add(std::move(item.sent));
+    } else {
+        account_.Settle(item.sent);
+    }
+}
+
+void item_sender_t::Prepare(outgoing_t& item, bool deferred) const {
+    item_t& marked = item.loaded.item;
+    groups_.Mark(marked, deferred);
     if (options_.numericOwner) {
-        item.info.owner.name.clear();
-        item.info.group.name.clear();
+        marked.info.owner.name.clear();
+        marked.info.group.name.clear();
+    }
+    item.hasher = WatchContent(item.loaded, options_, item.hasher);
+}
+
+// What the source and the receiver had to say of an item that has been read to its end.
+void item_sender_t::Note(outgoing_t& item) {
+    sent_item_t& sent = item.sent;
+    if (item.loaded.hasChanged && item.loaded.hasChanged()) {
+        item.warnings.push_back({sent.shown, util::str_format("File [%1] changed while it was read.", sent.shown)});
+    }
+    sent.counts = sent.counts && (item.warnings.empty() || !options_.strict);
+    account_.Warn(std::move(item.warnings));
+    if (item.hasher) {
+        sent.digest = item.hasher->Get();
     }
 }
 
 void item_sender_t::CommitIfDue() {
-    if (group_.IsDue()) {
-        Commit();
-    }
+    groups_.CommitIfDue();
+    Collect();
 }
 
 void item_sender_t::Commit() {
-    const std::vector<sent_item_t> items = group_.Take();
-    if (items.empty()) {
-        return;
+    groups_.Commit();
+    Collect();
+}
+
+void item_sender_t::Collect() {
+    while (std::optional<group_lane_t::done_t> group = groups_.TakeDone()) {
+        options_.remote.ThrowIfStopped();
+        Settle(*std::move(group));
     }
-    const std::vector<std::string> faults = TryCommit(items);
-    for (std::size_t i = 0; i < items.size(); ++i) {
-        if (faults[i].empty()) {
-            Settle(items[i]);
+}
+
+void item_sender_t::Settle(group_lane_t::done_t group) {
+    account_.Warn(std::move(group.warnings));
+    for (std::size_t i = 0; i < group.items.size(); ++i) {
+        sent_item_t& sent = group.items[i];
+        sent.counts = sent.counts && !(options_.strict && group.warned.count(i) != 0);
+        if (group.faults[i].empty()) {
+            account_.Settle(sent);
         } else {
-            Lose(items[i], faults[i]);
+            Lose(sent, group.faults[i]);
         }
-    }
-}
-
-// Why each of the items did not get its place; an empty text for one that did.
-std::vector<std::string> item_sender_t::TryCommit(const std::vector<sent_item_t>& items) {
-    std::vector<copy_note_t> warnings;
-    try {
-        std::vector<std::string> faults(items.size());
-        for (const item_sink_t::lost_entry_t& lost : sink_.Commit(copy_, items.size(), warnings)) {
-            if (lost.number < faults.size()) {
-                faults[lost.number] = lost.text;
-            }
-        }
-        Warn(std::move(warnings));
-        return faults;
-    } catch (const std::exception& error) {
-        options_.remote.ThrowIfStopped();
-        return std::vector<std::string>(items.size(), error.what());
-    }
-}
-
-void item_sender_t::Settle(const sent_item_t& sent) {
-    try {
-        CheckReadsBack(sent);
-    } catch (const std::exception& error) {
-        options_.remote.ThrowIfStopped();
-        report_.failed.push_back({sent.shown, error.what()});
-        return;
-    }
-    if (sent.counts) {
-        ++counter_of(report_, sent.kind);
-        observer_.OnItemDone(sent.shown);
-    }
-}
-
-void item_sender_t::CheckReadsBack(const sent_item_t& sent) {
-    if (sent.digest && sink_.Digest(sent.target) != sent.digest) {
-        throw exc::CRuntimeExc("[%1] was written, but reads back differently.", sink_.Shown(sent.target));
     }
 }
 
@@ -262,7 +218,7 @@ void item_sender_t::Lose(const sent_item_t& sent, const std::string& text) {
     if (link_keeper_t::HasOthers(sent.entry.brief)) {
         links_.Drop(sent.entry.brief, sent.target);
     }
-    report_.failed.push_back({sent.shown, text});
+    account_.Fail(sent.shown, text);
 }
 
 // The file system of the receiver may know no hard links, or the first name may have been lost.
@@ -273,13 +229,6 @@ void item_sender_t::SendAgainAsFile(const sent_item_t& name, const std::string& 
     };
     if (Send(describe(name.tree, name.entry, name.target), EWhen::eAtOnce, load)) {
         links_.Keep(name.entry.brief, {name.target, std::nullopt});
-    }
-}
-
-void item_sender_t::Warn(std::vector<copy_note_t> warnings) {
-    std::vector<copy_note_t>& notes = options_.strict ? report_.failed : report_.warnings;
-    for (copy_note_t& warning : warnings) {
-        notes.push_back(std::move(warning));
     }
 }
 

@@ -3,9 +3,11 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "agent/batch/batch.h"
 #include "agent/copy/copy.h"
 #include "agent/query/content_digest.h"
 #include "agent/staging/partial.h"
@@ -18,7 +20,8 @@
 namespace agent::copy {
 
 /// Where the items of a copy go: a receiving agent, a directory of this machine, or a single path of the library. Items
-/// carry their path relative to the sink. One thread drives a sink.
+/// carry their path relative to the sink. One thread drives a sink; where batches are taken, the commits and batches of
+/// a copy may run on another one, while the first asks questions but puts nothing.
 class item_sink_t {
   public:
     virtual ~item_sink_t();
@@ -56,10 +59,24 @@ class item_sink_t {
         std::uint64_t number = 0;
         std::string text;
     };
-    /// Commits the deferred items of `copy`, of which there are `entries`. The others are in their places, durably,
-    /// when it returns. Throws when none of them is; the group is gone then. Never called where TakesGroups says no.
-    virtual std::vector<lost_entry_t> Commit(const guid::guid_t& copy, std::uint64_t entries,
-                                             std::vector<copy_note_t>& warnings) = 0;
+    /// What became of the entries of a group; those that are not named are in their places.
+    struct committed_t {
+        std::vector<lost_entry_t> lost;
+        std::vector<copy_note_t> warnings;  ///< what could not be applied although the entry arrived
+        std::set<std::uint64_t> warned;     ///< the numbers of the entries that `warnings` is about
+    };
+    /// Commits the deferred items of `copy`, of which there are `entries`. Those that are not lost are in their places,
+    /// durably, when it returns. Throws when none of them is; the group is gone then. Never called where TakesGroups
+    /// says no.
+    virtual committed_t Commit(const guid::guid_t& copy, std::uint64_t entries) = 0;
+
+    /// Whether PutBatch works there. No, here.
+    virtual bool TakesBatches() const { return false; }
+    /// `path` as the items of a batch have it: below the root of the place.
+    virtual std::string PathInBatch(const std::string& path) const;
+    /// Puts all the items of a batch, deferred. Throws when they may not all be there; the same batch may be put again,
+    /// and so may items with the same numbers. Never called where TakesBatches says no.
+    virtual void PutBatch(const batch::batch_t& batch, bool overwrite);
 
     /// Puts one item there: `source` delivers its content (`size` bytes; 0 for unknown or none). Throws what fails; the
     /// sink can go on with the next item.

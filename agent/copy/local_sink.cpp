@@ -95,8 +95,7 @@ std::optional<partial_t> local_sink_t::FindPartial(const std::string& path, std:
     return staging_->FindPartial(BelowRoot(path), size, time);
 }
 
-std::vector<item_sink_t::lost_entry_t> local_sink_t::Commit(const guid::guid_t& copy, std::uint64_t entries,
-                                                            std::vector<copy_note_t>& warnings) {
+item_sink_t::committed_t local_sink_t::Commit(const guid::guid_t& copy, std::uint64_t entries) {
     item_t commit;
     commit.kind = EItemKind::eCommit;
     commit.copy = copy;
@@ -104,11 +103,11 @@ std::vector<item_sink_t::lost_entry_t> local_sink_t::Commit(const guid::guid_t& 
     commit.unsynced = options_.durability == EDurability::eNone;
     const auto device = Receive(std::move(commit), 0, false);
     Transfer(std::make_shared<empty_source_t>("commit"), device, nullptr);
-    entry_outcome_t outcome(warnings);
+    entry_outcome_t outcome;
     if (auto* const reporter = dynamic_cast<brannock::transmission::IEntryReporter*>(device.get())) {
-        outcome.Take(reporter->TakeEntryReports());
+        outcome.Add(reporter->TakeEntryReports());
     }
-    return outcome.TakeLost();
+    return outcome.Take();
 }
 
 void local_sink_t::Put(const item_t& item, std::shared_ptr<io::area::area_read_dev_t> source, std::uint64_t size,

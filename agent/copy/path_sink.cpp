@@ -48,8 +48,7 @@ std::optional<partial_t> path_sink_t::FindPartial(const std::string&, std::uint6
     return std::nullopt;
 }
 
-std::vector<item_sink_t::lost_entry_t> path_sink_t::Commit(const guid::guid_t&, std::uint64_t,
-                                                           std::vector<copy_note_t>&) {
+item_sink_t::committed_t path_sink_t::Commit(const guid::guid_t&, std::uint64_t) {
     throw exc::CNotImplExc("path_sink_t", "Commit");
 }
 

@@ -27,8 +27,7 @@ class path_sink_t final : public item_sink_t {
     std::optional<partial_t> FindPartial(const std::string& path, std::uint64_t size,
                                          const util::SFileTime& time) override;
     bool TakesGroups() const override { return false; }
-    std::vector<lost_entry_t> Commit(const guid::guid_t& copy, std::uint64_t entries,
-                                     std::vector<copy_note_t>& warnings) override;
+    committed_t Commit(const guid::guid_t& copy, std::uint64_t entries) override;
     /// Throws `exc::CRuntimeExc` "[%1] takes a single file." for anything else.
     void Put(const item_t& item, std::shared_ptr<io::area::area_read_dev_t> source, std::uint64_t size, bool overwrite,
              std::shared_ptr<progress::progress_base_t> progress, std::vector<copy_note_t>& warnings) override;

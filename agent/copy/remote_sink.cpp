@@ -1,15 +1,21 @@
 #include "agent/copy/remote_sink.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
-#include <chrono>
+#include <cerrno>
 #include <span>
 #include <utility>
 
 #include "agent/copy/empty_source.h"
 #include "agent/copy/entry_outcome.h"
+#include "agent/copy/file_source.h"
 #include "agent/copy/hearing_source.h"
 #include "agent/token/item_token.h"
 #include "mirrowen/logging/log_exc.h"
+#include "mirrowen/posix/errno_exc.h"
+#include "mirrowen/posix/syscalls.h"
+#include "tarn/batch/batch_area_dev_token.h"
 
 namespace agent::copy {
 
@@ -26,6 +32,7 @@ constexpr std::size_t kQuestionsAtOnce = 4096;
 
 remote_sink_t::remote_sink_t(location_t location, const copy_options_t& options)
     : location_(std::move(location)), options_(options) {
+    const synch::lock_t lock(mutex_);
     Session();
 }
 
@@ -97,17 +104,17 @@ std::optional<partial_t> remote_sink_t::FindPartial(const std::string& path, std
     return Ask([&](query::query_client_t& queries) { return queries.FindPartial(OnTheWire(path), size, time); });
 }
 
-std::vector<item_sink_t::lost_entry_t> remote_sink_t::Commit(const guid::guid_t& copy, std::uint64_t entries,
-                                                             std::vector<copy_note_t>& warnings) {
+item_sink_t::committed_t remote_sink_t::Commit(const guid::guid_t& copy, std::uint64_t entries) {
     item_t commit;
     commit.kind = EItemKind::eCommit;
     commit.copy = copy;
     commit.entry = entries;
     commit.unsynced = options_.durability == EDurability::eNone;
-    entry_outcome_t outcome(warnings);
-    Upload(std::move(commit), std::make_shared<hearing_source_t>(std::make_shared<empty_source_t>("commit"), outcome),
-           0, false, nullptr);
-    return outcome.TakeLost();
+    entry_outcome_t outcome;
+    Upload({.source = std::make_shared<hearing_source_t>(std::make_shared<empty_source_t>("commit"), outcome),
+            .token = std::make_shared<item_token_t>(std::move(commit)),
+            .transform = options_.compression});
+    return outcome.Take();
 }
 
 void remote_sink_t::Put(const item_t& item, std::shared_ptr<io::area::area_read_dev_t> source, std::uint64_t size,
@@ -118,17 +125,40 @@ void remote_sink_t::Put(const item_t& item, std::shared_ptr<io::area::area_read_
     if (item.kind == EItemKind::eHardLink) {
         sent.second = OnTheWire(item.second);
     }
-    entry_outcome_t outcome(warnings);
-    Upload(std::move(sent), std::make_shared<hearing_source_t>(std::move(source), outcome), size, overwrite, progress);
+    entry_outcome_t outcome;
+    Upload({.source = std::make_shared<hearing_source_t>(std::move(source), outcome),
+            .token = std::make_shared<item_token_t>(std::move(sent)),
+            .size = size,
+            .transform = options_.compression,
+            .overwrite = overwrite,
+            .progress = std::move(progress)});
+    for (copy_note_t& warning : outcome.Take().warnings) {
+        warnings.push_back(std::move(warning));
+    }
 }
 
-void remote_sink_t::Upload(item_t item, const std::shared_ptr<io::area::area_read_dev_t>& source, std::uint64_t size,
-                           bool overwrite, const std::shared_ptr<progress::progress_base_t>& progress) {
-    const auto token = std::make_shared<item_token_t>(std::move(item));
+// A frame is packed already; only what packs better than it is worth a second time.
+void remote_sink_t::PutBatch(const batch::batch_t& batch, bool overwrite) {
+    using io::block::EBufTransformType;
+    struct stat examined {};
+    if (posix::sys().fstat(batch.file->GetDescriptor(), &examined) != 0) {
+        throw posix::errno_exc_t("Failed to get attributes of [%1]", batch.file->GetPath(), errno);
+    }
+    Upload({.source = std::make_shared<file_source_t>(batch.file, examined, options_.blockSize),
+            .token =
+                std::make_shared<tarn::batch::CBatchAreaDevToken>(batch.items, batch.total, overwrite, batch.unsynced),
+            .size = static_cast<std::uint64_t>(examined.st_size),
+            .transform =
+                options_.compression == EBufTransformType::eZstd ? EBufTransformType::eZstd : EBufTransformType::eNone,
+            .overwrite = overwrite});
+}
+
+void remote_sink_t::Upload(const upload_t& upload) {
+    const synch::lock_t lock(mutex_);
     const std::uint64_t blockSize = std::min<std::uint64_t>(options_.blockSize, Session().Limits().maxBlockSize);
     try {
-        Session().Client().UploadItem(blockSize, source, token, size, options_.compression, {}, overwrite ? 1 : 0,
-                                      progress);
+        Session().Client().UploadItem(blockSize, upload.source, upload.token, upload.size, upload.transform, {},
+                                      upload.overwrite ? 1 : 0, upload.progress);
     } catch (...) {
         session_.reset();
         throw;
@@ -138,14 +168,21 @@ void remote_sink_t::Upload(item_t item, const std::shared_ptr<io::area::area_rea
 
 void remote_sink_t::KeepAlive() noexcept {
     try {
-        if (session_ && IsQuietForLong()) {
-            AskWhatExists({});
-        }
+        KeepSessionAlive();
         if (queries_) {
             queries_->KeepAlive();
         }
     } catch (const std::exception& error) {
         logging::LogExc(error, "Failed to keep a session alive.");
+    }
+}
+
+void remote_sink_t::KeepSessionAlive() {
+    if (mutex_.try_lock()) {
+        const synch::lock_t lock(mutex_, boost::adopt_lock);
+        if (session_ && IsQuietForLong()) {
+            AskSession({});
+        }
     }
 }
 
@@ -158,6 +195,7 @@ bool remote_sink_t::IsQuietForLong() const {
 }
 
 void remote_sink_t::End() {
+    const synch::lock_t lock(mutex_);
     if (session_) {
         session_->End();
         session_.reset();
@@ -189,6 +227,11 @@ std::string remote_sink_t::OnTheWire(const std::string& path) const {
 }
 
 std::set<std::string> remote_sink_t::AskWhatExists(const std::vector<std::string>& paths) {
+    const synch::lock_t lock(mutex_);
+    return AskSession(paths);
+}
+
+std::set<std::string> remote_sink_t::AskSession(const std::vector<std::string>& paths) {
     std::set<std::string> existing;
     try {
         Session().Client().CheckWhatFilesExist(paths, existing);

@@ -10,7 +10,9 @@ import harness
 from harness import UNPRIVILEGED, CommandTest, make_tree, names, write
 
 
-class CopyOptions:
+class CopyEssentials:
+    """What holds however the items travel."""
+
     def setUp(self):
         super().setUp()
         self.root = self.dir / "root"
@@ -52,6 +54,51 @@ class CopyOptions:
         self.assertEqual(self.count(result, "links"), 1)
         self.assertEqual(self.count(result, "directories"), 2)
 
+    def test_hard_links_stay_hard_links(self):
+        os.link(self.tree / "plain.txt", self.tree / "deep/er/again")
+        os.link(self.tree / "plain.txt", self.tree / "zz")
+        result = self.cp("-r", self.tree)
+        self.assertEqual(self.count(result, "hard links"), 2)
+        self.assert_same_tree(self.tree, self.root / "tree")
+        self.assertEqual({self.inode(f"tree/{name}") for name in ("plain.txt", "deep/er/again", "zz")},
+                         {self.inode("tree/zz")})
+        self.assertEqual(os.lstat(self.root / "tree/zz").st_nlink, 3)
+        again = self.cp("-r", "--overwrite", self.tree)
+        self.assertEqual(self.count(again, "hard links"), 0)
+
+    def test_verify_reads_back_and_finds_everything_in_order(self):
+        self.cp("-r", "--verify", self.tree)
+        self.assert_same_tree(self.tree, self.root / "tree")
+
+    def test_each_durability_brings_the_same(self):
+        for durability in ("each", "tree", "none"):
+            with self.subTest(durability=durability):
+                os.link(self.tree / "plain.txt", self.tree / f"again {durability}")
+                self.cp("-r", "--durable", durability, self.tree, to=durability)
+                self.assert_same_tree(self.tree, self.root / durability)
+
+    def test_two_sources_for_one_place_leave_the_later_one(self):
+        first = write(self.dir / "one/a", b"first")
+        second = write(self.dir / "two/a", b"second")
+        self.cp("--overwrite", first, second)
+        self.assertEqual((self.root / "a").read_bytes(), b"second")
+
+    def test_more_items_than_a_group_takes_arrive(self):
+        for number in range(1200):
+            write(self.dir / f"many/{number}", str(number).encode())
+        self.cp("-r", self.dir / "many")
+        self.assert_same_tree(self.dir / "many", self.root / "many")
+
+    @unittest.skipUnless(os.geteuid() == 0, "only root can make a file of another user's")
+    def test_strict_makes_an_attribute_that_was_not_kept_a_failure(self):
+        os.chown(write(self.tree / "plain.txt", b"x"), 12345, 54321)
+        result = self.copy_without_right_to_give_away("-r", "--strict", status=3)
+        self.assertRegex(result.errors, r"failed .*plain.txt")
+        self.assertIn(" 0 warnings", result.text)
+        self.assertEqual((self.root / "strict/plain.txt").read_bytes(), b"x")
+
+
+class CopyOptions(CopyEssentials):
     def test_a_changed_owner_is_seen(self):
         if os.geteuid() != 0:
             self.skipTest("only root can change an owner")
@@ -88,18 +135,6 @@ class CopyOptions:
     def test_checksum_goes_with_overwrite(self):
         result = self.cp("--checksum", self.tree / "plain.txt", to="a", status=2)
         self.assertIn("--overwrite", result.errors)
-
-    def test_hard_links_stay_hard_links(self):
-        os.link(self.tree / "plain.txt", self.tree / "deep/er/again")
-        os.link(self.tree / "plain.txt", self.tree / "zz")
-        result = self.cp("-r", self.tree)
-        self.assertEqual(self.count(result, "hard links"), 2)
-        self.assert_same_tree(self.tree, self.root / "tree")
-        self.assertEqual({self.inode(f"tree/{name}") for name in ("plain.txt", "deep/er/again", "zz")},
-                         {self.inode("tree/zz")})
-        self.assertEqual(os.lstat(self.root / "tree/zz").st_nlink, 3)
-        again = self.cp("-r", "--overwrite", self.tree)
-        self.assertEqual(self.count(again, "hard links"), 0)
 
     def test_names_that_came_apart_are_linked_again(self):
         os.link(self.tree / "plain.txt", self.tree / "zz")
@@ -139,36 +174,13 @@ class CopyOptions:
         self.cp("-r", self.tree)
         self.assertIn("exists already", self.cp("-r", "--dry-run", self.tree, status=1).errors)
 
-    def test_verify_reads_back_and_finds_everything_in_order(self):
-        self.cp("-r", "--verify", self.tree)
-        self.assert_same_tree(self.tree, self.root / "tree")
-
     def test_verify_of_standard_input(self):
         content = os.urandom(3_000_000)
         self.cp("--verify", "-", to="b", stdin=content)
         self.assertEqual((self.root / "b").read_bytes(), content)
 
-    def test_each_durability_brings_the_same(self):
-        for durability in ("each", "tree", "none"):
-            with self.subTest(durability=durability):
-                os.link(self.tree / "plain.txt", self.tree / f"again {durability}")
-                self.cp("-r", "--durable", durability, self.tree, to=durability)
-                self.assert_same_tree(self.tree, self.root / durability)
-
     def test_a_durability_that_is_none_of_the_three_is_wrong_usage(self):
         self.cp("--durable", "maybe", self.tree / "plain.txt", to="a", status=2)
-
-    def test_two_sources_for_one_place_leave_the_later_one(self):
-        first = write(self.dir / "one/a", b"first")
-        second = write(self.dir / "two/a", b"second")
-        self.cp("--overwrite", first, second)
-        self.assertEqual((self.root / "a").read_bytes(), b"second")
-
-    def test_more_items_than_a_group_takes_arrive(self):
-        for number in range(1200):
-            write(self.dir / f"many/{number}", str(number).encode())
-        self.cp("-r", self.dir / "many")
-        self.assert_same_tree(self.dir / "many", self.root / "many")
 
     def kept(self):
         """The most bytes of a file that is kept."""
@@ -194,14 +206,6 @@ class CopyOptions:
         self.assertNotIn("resumed", result.text)
         self.assert_same_tree(path, self.root / "large")
 
-    @unittest.skipUnless(os.geteuid() == 0, "only root can make a file of another user's")
-    def test_strict_makes_an_attribute_that_was_not_kept_a_failure(self):
-        os.chown(write(self.tree / "plain.txt", b"x"), 12345, 54321)
-        result = self.copy_without_right_to_give_away("-r", "--strict", status=3)
-        self.assertRegex(result.errors, r"failed .*plain.txt")
-        self.assertIn(" 0 warnings", result.text)
-        self.assertEqual((self.root / "strict/plain.txt").read_bytes(), b"x")
-
 
 class CopyOptionsHere(CopyOptions, CommandTest):
     options = ()
@@ -218,13 +222,23 @@ class CopyOptionsHere(CopyOptions, CommandTest):
         return self.cp(*options, self.tree, to="strict", status=status, wrapper=UNPRIVILEGED)
 
 
-class CopyOptionsAtAgent(CopyOptions, CommandTest):
+class AtAgent:
     options = ("--plaintext",)
 
     def setUp(self):
         super().setUp()
         self.agent = self.serve(self.root)
 
+    def place(self, path):
+        return self.agent.url(path)
+
+    def copy_without_right_to_give_away(self, *options, status):
+        self.agent.stop()
+        self.agent = self.serve(self.root, wrapper=UNPRIVILEGED)
+        return self.cp(*options, self.tree, to="strict", status=status)
+
+
+class CopyOptionsAtAgent(AtAgent, CopyOptions, CommandTest):
     def break_off(self, path):
         """Kills a copy of `path` when a part has come, and no more of it comes."""
         with harness.Narrow(self.agent.address, 24 << 20) as narrow:
@@ -239,13 +253,29 @@ class CopyOptionsAtAgent(CopyOptions, CommandTest):
             self.agent.next_line()  # its session has ended
         self.assertGreater(self.kept(), 0)
 
-    def place(self, path):
-        return self.agent.url(path)
+    def test_files_on_both_sides_of_the_limit_of_a_batch_arrive(self):
+        for number in range(40):
+            write(self.dir / f"many/{number}", b"x" * number, mtime_ns=10**18 + number)
+        os.link(self.dir / "many/3", self.dir / "many/3 again")
+        result = self.cp("-r", "--batch-limit", "20", self.dir / "many")
+        self.assertEqual(self.count(result, "files"), 40)
+        self.assertEqual(self.count(result, "bytes"), sum(range(40)))
+        self.assert_same_tree(self.dir / "many", self.root / "many")
 
-    def copy_without_right_to_give_away(self, *options, status):
-        self.agent.stop()
-        self.agent = self.serve(self.root, wrapper=UNPRIVILEGED)
-        return self.cp(*options, self.tree, to="strict", status=status)
+    def test_nothing_temporary_is_left(self):
+        temporary = self.dir / "temporary"
+        temporary.mkdir()
+        self.cp("-r", self.tree, wrapper=["env", f"TMPDIR={temporary}"])
+        self.assertEqual(list(temporary.iterdir()), [])
+        self.assert_same_tree(self.tree, self.root / "tree")
+
+    def test_without_a_place_for_temporary_files_everything_arrives(self):
+        self.cp("-r", self.tree, wrapper=["env", f"TMPDIR={self.dir / 'nowhere'}"])
+        self.assert_same_tree(self.tree, self.root / "tree")
+
+
+class CopyOptionsAtAgentItemByItem(AtAgent, CopyEssentials, CommandTest):
+    options = ("--plaintext", "--no-batch")
 
 
 if __name__ == "__main__":

@@ -52,6 +52,9 @@ class Usage(CommandTest):
         self.assert_wrong_usage("cp", "--compress", "rar", "a", "b")
         self.assert_wrong_usage("cp", "--block-size", "1", "a", "b")
         self.assert_wrong_usage("cp", "--block-size", "17000000", "a", "b")
+        self.assert_wrong_usage("cp", "--batch-limit", "0", "a", "b")
+        self.assert_wrong_usage("cp", "--batch-limit", "4194305", "a", "b")
+        self.assert_wrong_usage("cp", "--batch-limit", "4096", "--no-batch", "a", "b")
         self.assert_wrong_usage("stat", "--log-level", "loud", "a")
         self.assert_wrong_usage("serve", "--listen", "127.0.0.1:0", "--root", self.dir, "--max-sessions", "0")
 

@@ -42,6 +42,15 @@ class AwkwardRoads : public edge_fixture_t {
         EXPECT_THAT(CompareTrees(tree, arrived, same_), IsEmpty());
     }
 
+    void BringThroughAnAgent() {
+        MakeAwkwardTree(Tree(), parts_);
+        ExpectNoTrustedAttributes();
+        serve_child_t server(TARN_COMMAND, Root());
+        Bring(Tree(), Remote(server.Port(), "tree"), Root() + "/tree");
+        EXPECT_EQ(server.WaitSession(), "ended");
+        EXPECT_THAT(server.Errors(), Not(HasSubstr("tree")));
+    }
+
     static std::string Notes(const std::vector<agent::copy::copy_note_t>& notes) {
         std::string text;
         for (const auto& note : notes) {
@@ -68,13 +77,13 @@ TEST_F(AwkwardRoads, FromPlaceToPlace) {
     Bring(Tree(), Place("there"), Place("there"));
 }
 
-TEST_F(AwkwardRoads, ThroughAnAgent) {
-    MakeAwkwardTree(Tree(), parts_);
-    ExpectNoTrustedAttributes();
-    serve_child_t server(TARN_COMMAND, Root());
-    Bring(Tree(), Remote(server.Port(), "tree"), Root() + "/tree");
-    EXPECT_EQ(server.WaitSession(), "ended");
-    EXPECT_THAT(server.Errors(), Not(HasSubstr("tree")));
+TEST_F(AwkwardRoads, ThroughAnAgentInBatches) {
+    BringThroughAnAgent();
+}
+
+TEST_F(AwkwardRoads, ThroughAnAgentItemByItem) {
+    options_.batchLimit = 0;
+    BringThroughAnAgent();
 }
 
 TEST_F(AwkwardRoads, BackFromAnAgent) {
