@@ -41,11 +41,12 @@ class DurableOrder : public testing::TestWithParam<ERoad> {
     }
 
     /// Copies the tree and returns what the writing process did.
-    recorded_calls_t Copy(const std::string& durable) const {
+    recorded_calls_t Copy(const std::string& durable, const std::vector<std::string>& more = {}) const {
         const std::vector<std::string> watched = {std::string("LD_PRELOAD=") + TARN_CALL_WATCH,
                                                   "TARN_WATCH_LOG=" + (dir_ / "log")};
-        const std::vector<std::string> sender = {TARN_COMMAND, "cp",          "-r",
-                                                 durable,      "--plaintext", dir_ / "source/tree"};
+        std::vector<std::string> sender = {TARN_COMMAND, "cp", "-r", durable, "--plaintext"};
+        sender.insert(sender.end(), more.begin(), more.end());
+        sender.push_back(dir_ / "source/tree");
         if (GetParam() == ERoad::eLocal) {
             Run(sender, dir_ / "root", watched);
         } else {
@@ -78,17 +79,31 @@ class DurableOrder : public testing::TestWithParam<ERoad> {
         return inodes;
     }
 
-  private:
     temp_dir_t dir_;
 };
 
+/// Only an agent takes batches.
+class DurableOrderOfBatches : public DurableOrder {};
+
 TEST_P(DurableOrder, EachSettlesEveryItemBeforeTheNext) {
     MakeFiles(12);
-    const recorded_calls_t calls = Copy("--durable=each");
+    const recorded_calls_t calls = Copy("--durable=each", {"--no-batch"});
     EXPECT_EQ(calls.Named(Directories()).size(), 13U);
     EXPECT_THAT(calls.Tears(Directories()), IsEmpty());
     EXPECT_THAT(calls.Unsettled(Directories()), IsEmpty());
     EXPECT_EQ(calls.Count("syncfs"), 0U);
+}
+
+TEST_P(DurableOrderOfBatches, EachSettlesEveryBatchBeforeTheNext) {
+    MakeFiles(12);
+    std::filesystem::create_hard_link(dir_ / "source/tree/0", dir_ / "source/tree/0 again");
+    const recorded_calls_t calls = Copy("--durable=each");
+    const std::set<ino_t> named = calls.Named(Directories());
+    EXPECT_EQ(named.size(), 13U);
+    EXPECT_THAT(calls.Tears(Directories()), IsEmpty());
+    // The first name, then its hard link by itself, then the rest in a batch that is large enough for a syncfs.
+    EXPECT_EQ(calls.Count("syncfs"), 1U);
+    EXPECT_EQ(calls.Count("fsync", named), 1U);
 }
 
 TEST_P(DurableOrder, TreeSettlesAGroupAtOnce) {
@@ -123,6 +138,7 @@ TEST_P(DurableOrder, NoneWaitsForNothing) {
     EXPECT_THAT(calls.Unsettled(Directories()), Not(IsEmpty()));
 }
 
+INSTANTIATE_TEST_SUITE_P(All, DurableOrderOfBatches, testing::Values(ERoad::eAgent), testing::PrintToStringParamName());
 INSTANTIATE_TEST_SUITE_P(All, DurableOrder, testing::Values(ERoad::eLocal, ERoad::eAgent),
                          testing::PrintToStringParamName());
 
