@@ -63,6 +63,16 @@ class StorageFault : public edge_fixture_t {
         EXPECT_TRUE(server_->IsBackAtStart());
     }
 
+    void ExpectNothingThereByName(const copy_outcome_t& outcome) const {
+        EXPECT_EQ(outcome.thrown, "");
+        ASSERT_EQ(outcome.report.failed.size(), 4U) << outcome.Failure();
+        for (const auto& note : outcome.report.failed) {
+            EXPECT_EQ(note.path.rfind(Source("tree"), 0), 0U);
+            EXPECT_THAT(note.text, HasSubstr("No such file or directory"));
+        }
+        EXPECT_EQ(outcome.report.files, 1U);
+    }
+
     // The big file's frames are under way and most of it has not been read.
     void WhenBigIsUnderWay(std::function<void()> action) { proxy_->CallAt(EWay::eThere, 30000, std::move(action)); }
 
@@ -131,19 +141,23 @@ TEST_F(StorageFault, TargetDirectoryThatVanishesIsMadeAgainForWhatComes) {
 }
 
 TEST_F(StorageFault, RootThatVanishesFailsEveryItemByName) {
+    options_.batchLimit = 0;
     Serve();
     WhenBigIsUnderWay([this] { std::filesystem::remove_all(Root()); });
-    const copy_outcome_t outcome = CopyTree();
-    EXPECT_EQ(outcome.thrown, "");
-    ASSERT_EQ(outcome.report.failed.size(), 4U) << outcome.Failure();
-    for (const auto& note : outcome.report.failed) {
-        EXPECT_EQ(note.path.rfind(Source("tree"), 0), 0U);
-        EXPECT_THAT(note.text, HasSubstr("No such file or directory"));
-    }
-    EXPECT_EQ(outcome.report.files, 1U);
+    ExpectNothingThereByName(CopyTree());
     for (std::size_t session = 0; session < proxy_->Connections(); ++session) {
         EXPECT_THAT(server_->WaitSession(), HasSubstr("No such file or directory"));
     }
+    EXPECT_TRUE(server_->IsBackAtStart());
+}
+
+TEST_F(StorageFault, RootThatVanishesFailsEveryItemOfABatchByName) {
+    Serve();
+    WhenBigIsUnderWay([this] { std::filesystem::remove_all(Root()); });
+    ExpectNothingThereByName(CopyTree());
+    // The file that went alone ended its session; the batch behind it is an item that arrived, whatever came of it.
+    const std::vector<std::string> sessions = {server_->WaitSession(), server_->WaitSession()};
+    EXPECT_THAT(sessions, testing::UnorderedElementsAre("ended", HasSubstr("No such file or directory")));
     EXPECT_TRUE(server_->IsBackAtStart());
 }
 
