@@ -115,8 +115,7 @@ void add_cp(CLI::App& app, verb_t& chosen) {
             ->capture_default_str();
     verb->add_flag("--no-batch", args->noBatch, "Let every file travel by itself")->excludes(batchLimit);
     verb->add_option("--durable", args->durable,
-                     "What waits for the storage: each item (or batch of small ones), the items of a tree together in "
-                     "groups, or none")
+                     "What waits for the storage: each item or batch, the items of a tree in groups, or none")
         ->check(CLI::IsMember({"each", "tree", "none"}))
         ->capture_default_str();
     verb->add_flag("--force", args->force, "With --overwrite: copy what is unchanged, too");
