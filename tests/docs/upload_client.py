@@ -3,9 +3,10 @@
 
 Usage: upload_client.py TARN
 
-Starts `TARN serve` over an empty folder, uploads files of at most 16 bytes with a client that shares nothing with our
-code, and compares what arrived. One session is the documents' own example, byte by byte.
+Starts `TARN serve` over an empty folder, uploads small files, one by one and in a batch, with a client that shares
+nothing with our code, and compares what arrived. One session is the documents' own example, byte by byte.
 """
+import os
 import re
 import socket
 import struct
@@ -17,12 +18,17 @@ from pathlib import Path
 import frames
 from decode_examples import examples
 
+sys.path.append(str(Path(__file__).parents[1] / "command"))
+import blob_format as blob  # noqa: E402 pylint: disable=wrong-import-position
+
 BLOCK_SIZE = 4096
 PATIENCE = 30  # seconds for any single answer
 PREAMBLE = b"TARNCLI\n" + struct.pack("<4I", 1, 1, 1, 0) + bytes(48)
 CONFIGURATION = b"TNC1" + struct.pack("<3I", 8, 1, 8)
 WINDOW = 8
 UNSET_INFO = b"tFI1" + bytes(88)
+COPY = bytes(range(16))
+ENTRY_FAILED = 16  # the kind of a commit's report
 
 
 class Refused(Exception):
@@ -43,9 +49,35 @@ def agent_token(path):
         struct.pack("<QQI", 0, 0, 0) + UNSET_INFO
 
 
+def commit_token(entries):
+    return string(b"agent-item") + struct.pack("<II", 2, 5) + COPY + string(b"") + string(b"") + \
+        struct.pack("<QQI", 0, entries, 0) + UNSET_INFO
+
+
+def batch_token(items, total):
+    """`items`: name in the batch, path below the root and size of each."""
+    listed = b"".join(string(name) + string(path) + struct.pack("<Q", size) for name, path, size in items)
+    return string(b"BatchFileUploadToken") + struct.pack("<IQII", len(items), total, 0, 0) + listed
+
+
 def expect(what, value, wanted):
     if value != wanted:
         raise AssertionError(f"{what} is {value!r} instead of {wanted!r}")
+
+
+def reports_of(status):
+    """Kind, entry, path and text of each report in the STATUS of an item that succeeded."""
+    expect("the result", status[:8], bytes(8))
+    reports, at = [], 12
+    for _ in range(*struct.unpack_from("<I", status, 8)):
+        kind, entry, length = struct.unpack_from("<IQI", status, at)
+        path = status[at + 16:at + 16 + length]
+        at += 16 + length
+        length, = struct.unpack_from("<I", status, at)
+        reports.append((kind, entry, path, status[at + 4:at + 4 + length]))
+        at += 4 + length
+    expect("the length of the status", at, len(status))
+    return reports
 
 
 class Client:
@@ -117,6 +149,7 @@ class Client:
             expect("the frame", kind, frames.CREDIT)
 
     def upload(self, token, parts, overwrite=0, spoil=False):
+        """Returns what was reported of an item that succeeded."""
         content = b"".join(parts)
         self.send(struct.pack("<I", 5) + token + struct.pack("<QIII", len(content), 0, overwrite, BLOCK_SIZE))
         self.acknowledgement()
@@ -127,10 +160,9 @@ class Client:
         end = frames.end_payload(content, len(parts))
         self.send(frames.frame(frames.END, self.items, end[:-17] + b"\x55" + end[-16:] if spoil else end))
         status = self.status()
-        if not spoil:
-            expect("the status", status, bytes(12))
         self.items += 1
         self.acknowledgement()
+        return reports_of(status)
 
     def end(self):
         self.send(struct.pack("<I", 2))
@@ -157,7 +189,7 @@ def upload_items(port, root):
     }
     client = Client(port)
     for name, (token, parts) in items.items():
-        client.upload(token(name.encode()), parts)
+        expect("the reports", client.upload(token(name.encode()), parts), [])
     client.end()
     for name, (_, parts) in items.items():
         expect(f"the file {name}", (root / name).read_bytes(), b"".join(parts))
@@ -179,6 +211,49 @@ def upload_spoilt(port, root):
     kind, text = refusal(lambda: Client(port).upload(agent_token(b"spoilt"), [b"abc"], spoil=True))
     expect("the answer", (kind, text), (1, "Unable to receive file."))
     expect("the file", (root / "spoilt").exists(), False)
+
+
+def batch_entries():
+    """Path, size and the commands under the entry's name: two files, a link, a directory, and a path that leads out."""
+    def info(kind, size=0, mode=0o640):
+        return blob.file_info(kind, size, (b"", os.getuid()), (b"", os.getgid()), mode, ((0, 0), (1_000_000_000, 5), (0, 0)))
+
+    def content(kind, size, writes):
+        return lambda name: blob.create_file(name, 1) + b"".join(blob.write_file(b"", *write) for write in writes) + \
+            blob.set_metadata(b"", info(kind, size))
+
+    def directory(name):
+        return blob.create_dir(name) + blob.set_metadata(b"", info(blob.DIRECTORY, mode=0o750))
+
+    return [
+        (b"d/whole", 5000, content(blob.REGULAR, 5000, [(0, b"x" * 5000)])),
+        (b"d/holes", 9000, content(blob.REGULAR, 9000, [(4096, b"in the middle")])),
+        (b"../out", 3, content(blob.REGULAR, 3, [(0, b"abc")])),
+        (b"d/link", 5, content(blob.SYMLINK, 5, [(0, b"whole")])),
+        (b"d", 0, directory),
+    ]
+
+
+def upload_batch(port, root):
+    """A batch and its commit: everything but the entry that must fail is in its place."""
+    entries = [(b"%s/%d" % (COPY.hex().encode(), number), *entry) for number, entry in enumerate(batch_entries(), 1)]
+    payload = b"".join(commands(name) for name, _, _, commands in entries)
+    content = blob.frame(payload)
+    parts = [content[at:at + BLOCK_SIZE] for at in range(0, len(content), BLOCK_SIZE)]
+    client = Client(port)
+    token = batch_token([(name, path, size) for name, path, size, _ in entries], len(payload))
+    expect("the reports of the batch", client.upload(token, parts), [])
+    expect("what is to be seen before the commit", (root / "d").exists(), False)
+    reports = client.upload(commit_token(len(entries)), [])
+    client.end()
+    expect("the reports of the commit", [report[:2] for report in reports], [(ENTRY_FAILED, 2)])
+    expect("the whole file", (root / "d/whole").read_bytes(), b"x" * 5000)
+    expect("the file with holes", (root / "d/holes").read_bytes(), bytes(4096) + b"in the middle" + bytes(4891))
+    expect("the link", os.readlink(root / "d/link"), "whole")
+    expect("the directory", sorted(os.listdir(root / "d")), ["holes", "link", "whole"])
+    for path, mode in (("d", 0o750), ("d/whole", 0o640), ("d/holes", 0o640)):
+        found = (root / path).stat()
+        expect(f"mode and time of {path}", (found.st_mode & 0o7777, found.st_mtime_ns), (mode, 1_000_000_000_000_000_005))
 
 
 def play_example(port, root):
@@ -211,7 +286,7 @@ def main(tarn):
         with subprocess.Popen(command, stdout=subprocess.PIPE, text=True) as server:
             try:
                 port = listening_port(server)
-                for scene in (upload_items, upload_over, upload_spoilt, play_example):
+                for scene in (upload_items, upload_over, upload_spoilt, upload_batch, play_example):
                     scene(port, root)
                     print(f"{scene.__name__}: good")
             finally:
