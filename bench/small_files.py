@@ -9,16 +9,18 @@ the same in every run. The contenders take turns, each round goes to a place tha
 ratio above 1 means faster than the first of the table in the same run. `tarn cp` and rsync are durable (the files are
 synced before they tell success), over loopback but for the second rsync, which has no wire; `tarn blob apply` and
 `tar x` both leave the writing back to the system. Memory is the peak of the resident memory (VmHWM); of `tarn cp` and
-`tarn serve` it is told for each way. Needs `tarn`, `rsync` (with --fsync) and `tar` in PATH, and four times the data as
-space in TMPDIR. Exits with 1 when something failed or differs, or when `tarn` took more memory than it may.
+`tarn serve` it is told for each way. Nothing is deleted before the end: ext4 makes files slower for minutes after many
+were deleted. Needs `tarn`, `rsync` (with --fsync) and `tar` in PATH, and as space in TMPDIR the data six times for each
+round. Exits with 1 when something failed or differs, or when `tarn` took more memory than it may.
 """
 import argparse
+import os
 import random
-import shutil
 import statistics
 import subprocess
 import sys
 import tempfile
+import time
 from pathlib import Path
 
 from vs_rsync import MEMORY_LIMIT, MIB, SEED, RsyncDaemon, TarnAgent, peak_memory, timed, tree_size, words
@@ -37,14 +39,24 @@ def make_tree(top, count):
         begin = source.randrange(MIB - LARGEST)
         content = source.randbytes(size) if number % 2 else text[begin:begin + size]
         (folder / f"file{number:05}").write_bytes(content)
+    make_older(top)
+
+
+def make_older(top):
+    """rsync takes two times within one second for the same, which a copy of a directory made just now would show."""
+    yesterday = time.time() - 86_400
+    for path in (top, *top.rglob("*")):
+        os.utime(path, (yesterday, yesterday))
 
 
 class Way:
-    """One contender: what it makes, what it does before and what it runs, and whose memory is looked at."""
+    """One contender: where a round's copy goes and the tree in it, what is done before and what is run for it, and whose
+    memory counts."""
 
-    def __init__(self, name, copy, command, prepare=None, agent=None, counts=False):
+    def __init__(self, name, place, command, inside="", prepare=None, agent=None, counts=False):
         self.name = name
-        self.copy = copy
+        self.place = place
+        self.inside = inside
         self.command = command
         self.prepare = prepare
         self.agent = agent
@@ -65,19 +77,19 @@ class Bench:
     def run(self, title, ways):
         for number in range(self.rounds):
             for way in ways:
+                copy = way.place / f"copy{number}"
                 if way.prepare:
-                    way.prepare()
-                seconds, peak = timed(way.command(), self.folder / "log")
+                    way.prepare(copy)
+                seconds, peak = timed(way.command(copy), self.folder / "log")
                 way.seconds.append(seconds)
                 way.peak = max(way.peak, peak)
                 if number == 0:
-                    self.check(way)
-                shutil.rmtree(way.copy)
+                    self.check(way, copy / way.inside)
         self.show(title, ways)
         self.show_memory(ways)
 
-    def check(self, way):
-        done = subprocess.run(["tarn", "verify", self.tree, way.copy], capture_output=True, text=True, check=False)
+    def check(self, way, copy):
+        done = subprocess.run(["tarn", "verify", self.tree, copy], capture_output=True, text=True, check=False)
         if done.returncode != 0:
             print(f"{way.name}: the copy differs\n{done.stdout[:2000]}{done.stderr}")
             self.failed = True
@@ -111,19 +123,18 @@ def compare_copies(bench, folder):
     roots = {name: folder / name for name in ("rsync", "local", "batches", "single")}
     for root in roots.values():
         root.mkdir()
-    copies = {name: root / "copy" for name, root in roots.items()}
     agents = {name: TarnAgent(roots[name]) for name in ("batches", "single")}
     rsync = RsyncDaemon(roots["rsync"], folder)
 
     def tarn(name, *options):
-        return Way(" ".join(("tarn cp", *options)), copies[name],
-                   lambda: agents[name].command(bench.tree, "copy", *options), agent=agents[name], counts=True)
+        return Way(" ".join(("tarn cp", *options)), roots[name],
+                   lambda copy: agents[name].command(bench.tree, copy.name, *options), agent=agents[name], counts=True)
 
     try:
         bench.run("durable copies", [
-            Way("rsync -a --fsync to its daemon", copies["rsync"], lambda: rsync.command(bench.tree, "copy")),
-            Way("rsync -a --fsync, no wire", copies["local"],
-                lambda: ["rsync", "-a", "--fsync", f"{bench.tree}/", copies["local"]]),
+            Way("rsync -a --fsync to its daemon", roots["rsync"], lambda copy: rsync.command(bench.tree, copy.name)),
+            Way("rsync -a --fsync, no wire", roots["local"],
+                lambda copy: ["rsync", "-a", "--fsync", f"{bench.tree}/", copy]),
             tarn("batches"),
             tarn("single", "--no-batch"),
         ])
@@ -135,22 +146,22 @@ def compare_copies(bench, folder):
 
 def compare_blobs(bench, folder):
     blobs = folder / "blobs"
-    target = folder / "unpacked"
-    copy = target / bench.tree.name
-    target.mkdir()
+    places = {name: folder / f"unpacked by {name}" for name in ("tar", "tarn")}
+    for place in (blobs, *places.values()):
+        place.mkdir()
     archive = folder / "tree.tar"
     subprocess.run(["tar", "--create", "--format=posix", f"--file={archive}", f"--directory={bench.tree}", "."], check=True)
 
-    def pack():
-        shutil.rmtree(blobs, ignore_errors=True)
-        blobs.mkdir()
-        subprocess.run(["tarn", "blob", "pack", bench.tree, "--out", blobs, "--target", target], check=True,
+    def pack(copy):
+        copy.mkdir()
+        subprocess.run(["tarn", "blob", "pack", bench.tree, "--out", blobs, "--target", copy], check=True,
                        stdout=subprocess.DEVNULL)
 
     bench.run("trees unpacked", [
-        Way("tar x", copy, lambda: ["tar", "--extract", f"--file={archive}", f"--directory={copy}"],
-            prepare=copy.mkdir),
-        Way("tarn blob apply", copy, lambda: ["tarn", "blob", "apply", *sorted(blobs.iterdir())], prepare=pack, counts=True),
+        Way("tar x", places["tar"], lambda copy: ["tar", "--extract", f"--file={archive}", f"--directory={copy}"],
+            prepare=Path.mkdir),
+        Way("tarn blob apply", places["tarn"], lambda copy: ["tarn", "blob", "apply", *sorted(blobs.iterdir())],
+            inside=bench.tree.name, prepare=pack, counts=True),
     ])
 
 
