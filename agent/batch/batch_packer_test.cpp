@@ -4,8 +4,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
 #include <span>
 #include <string>
 #include <vector>
@@ -177,19 +175,6 @@ TEST(BatchPacker, TakesFilesDirectoriesAndLinksWithAttributesAndNothingElse) {
     item = Item(EItemKind::eFile, "a", 0);
     item.resumable = true;
     EXPECT_FALSE(batch_packer_t::Takes(item));
-}
-
-TEST(BatchFolder, IsPrivateAndGoesWithWhatIsInIt) {
-    std::string path;
-    {
-        const batch_folder_t folder;
-        path = folder.GetPath();
-        struct stat examined {};
-        ASSERT_EQ(::stat(path.c_str(), &examined), 0);
-        EXPECT_EQ(examined.st_mode & 07777, 0700u);
-        std::filesystem::create_directory(path + "/left");
-    }
-    EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 }  // namespace

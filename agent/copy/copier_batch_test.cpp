@@ -2,7 +2,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -12,31 +11,13 @@
 #include "tests/support/caught.h"
 #include "tests/support/copier_fixture.h"
 #include "tests/support/faulty_syscalls.h"
+#include "tests/support/scoped_variable.h"
 
 namespace agent::copy {
 namespace {
 
 namespace fs = std::filesystem;
 using tests::texts_t;
-
-/// Puts a variable into the environment for the life of this object.
-class scoped_variable_t {
-  public:
-    scoped_variable_t(const char* name, const std::string& value) : name_(name) {
-        const char* const before = std::getenv(name);
-        had_ = before != nullptr;
-        before_ = had_ ? before : "";
-        ::setenv(name, value.c_str(), 1);
-    }
-    ~scoped_variable_t() { had_ ? ::setenv(name_, before_.c_str(), 1) : ::unsetenv(name_); }
-    scoped_variable_t(const scoped_variable_t&) = delete;
-    scoped_variable_t& operator=(const scoped_variable_t&) = delete;
-
-  private:
-    const char* const name_;
-    bool had_ = false;
-    std::string before_;
-};
 
 class CopierInBatches : public tests::copier_fixture_t {
   protected:
@@ -263,7 +244,7 @@ TEST_F(CopierInBatches, StopRequestWhileABatchIsUnderWayEndsTheCopy) {
 
 TEST_F(CopierInBatches, CopierThatIsDroppedPutsNothingMore) {
     const tests::temp_dir_t temporary;
-    const scoped_variable_t variable("TMPDIR", temporary.path());
+    const tests::scoped_variable_t variable("TMPDIR", temporary.path());
     Write("top/a");
     {
         copier_t copier(options, sink, observer, {.groups = true, .batches = true});
@@ -277,7 +258,7 @@ TEST_F(CopierInBatches, CopierThatIsDroppedPutsNothingMore) {
 
 TEST_F(CopierInBatches, NothingTemporaryIsLeft) {
     const tests::temp_dir_t temporary;
-    const scoped_variable_t variable("TMPDIR", temporary.path());
+    const tests::scoped_variable_t variable("TMPDIR", temporary.path());
     WriteMany(600);
     sink.batchFaults = {"line cut", "line cut again"};
     Run();
@@ -285,7 +266,7 @@ TEST_F(CopierInBatches, NothingTemporaryIsLeft) {
 }
 
 TEST_F(CopierInBatches, WithoutAPlaceForTemporaryFilesEveryItemGoesAlone) {
-    const scoped_variable_t variable("TMPDIR", At("nowhere"));
+    const tests::scoped_variable_t variable("TMPDIR", At("nowhere"));
     Write("top/a");
     EXPECT_EQ(Run().files, 1u);
     EXPECT_EQ(sink.calls, (texts_t{"put top/a", "put top", "commit 2"}));
