@@ -28,6 +28,19 @@ class GroupLane : public ::testing::Test {
         return done ? done->faults : texts_t{"nothing done"};
     }
 
+    // Puts a batch that stays under way until it is let go.
+    void PutHeldBatch() {
+        sink_.onBatch = [this] {
+            begun_.set_value();
+            go_.get_future().wait();
+        };
+        lane_->Put(Batch(1));
+        begun_.get_future().wait();
+    }
+    void LetGo() { go_.set_value(); }
+
+    std::promise<void> begun_;
+    std::promise<void> go_;
     std::stop_source stop_;
     copy_options_t options_;
     fake_sink_t sink_;
@@ -47,16 +60,10 @@ TEST_F(GroupLane, BatchesAndCommitsReachTheSinkInTheirOrder) {
 }
 
 TEST_F(GroupLane, CallerGoesOnWhileABatchIsPut) {
-    std::promise<void> begun, go;
-    sink_.onBatch = [&] {
-        begun.set_value();
-        go.get_future().wait();
-    };
-    lane_->Put(Batch(1));
-    begun.get_future().wait();
+    PutHeldBatch();
     lane_->Commit(Items(1));
     EXPECT_FALSE(lane_->TakeDone());
-    go.set_value();
+    LetGo();
     EXPECT_EQ(Faults(), texts_t{""});
 }
 
@@ -109,33 +116,21 @@ TEST_F(GroupLane, CommitThatFailsLosesAllEntriesAndIsNotTriedAgain) {
 }
 
 TEST_F(GroupLane, WhatHasNotBegunWhenTheLaneIsGivenUpIsNotDone) {
-    std::promise<void> begun, go;
-    sink_.onBatch = [&] {
-        begun.set_value();
-        go.get_future().wait();
-    };
-    lane_->Put(Batch(1));
-    begun.get_future().wait();
+    PutHeldBatch();
     lane_->Put(Batch(2));
     lane_->GiveUp();
-    go.set_value();
+    LetGo();
     lane_.reset();
     EXPECT_EQ(sink_.calls, texts_t{"batch of 1"});
 }
 
 TEST_F(GroupLane, NothingIsPutOrCommittedAfterAStopRequest) {
     options_.remote.stop = stop_.get_token();
-    std::promise<void> begun, go;
     sink_.batchFaults = {"The work was cancelled."};
-    sink_.onBatch = [&] {
-        begun.set_value();
-        go.get_future().wait();
-    };
-    lane_->Put(Batch(1));
-    begun.get_future().wait();
+    PutHeldBatch();
     lane_->Commit(Items(1));
     stop_.request_stop();
-    go.set_value();
+    LetGo();
     EXPECT_EQ(Faults(), texts_t{"The work was cancelled."});
     EXPECT_EQ(sink_.calls, texts_t{"batch of 1"});
 }

@@ -1,5 +1,4 @@
-// A blob in the making when memory runs out, at each allocation in turn. This program has its own operator new.
-#include <cstdlib>
+// A blob in the making when memory runs out, at each allocation in turn.
 #include <new>
 #include <string>
 
@@ -8,33 +7,7 @@
 #include "tarn/blobfs/blob_creater.h"
 #include "tests/support/blob_stream.h"
 #include "tests/support/recording_blob_connection.h"
-
-namespace {
-
-thread_local int g_countdown = 0;  ///< the allocation that fails, counted from 1; 0 for none
-thread_local bool g_failed = false;
-
-}  // namespace
-
-// Not inlined: the compiler would take malloc and free for a mismatched pair.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    if (g_countdown != 0 && --g_countdown == 0) {
-        g_failed = true;
-        throw std::bad_alloc();
-    }
-    if (void* const memory = std::malloc(size != 0 ? size : 1)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
+#include "tests/support/watched_allocations.h"
 
 namespace {
 
@@ -45,28 +18,29 @@ using tests::blob_stream_t;
 const std::string kFirst = "a path that does not fit into the string object itself";
 const std::string kSecond = "another path that is so long that it does not fit either";
 
-// Runs `action` with its n-th allocation failing; whether it threw.
+enum class EOutcome { eNothingFailed, eGotOver, eThrown };
+
+// Runs `action` with its n-th allocation failing.
 template <class Action>
-bool FailsAt(int n, Action action) {
-    bool thrown = false;
-    g_failed = false;
-    g_countdown = n;
+EOutcome FailAt(int n, Action action) {
+    const tests::failing_allocation_t failing(n);
     try {
         action();
     } catch (const std::bad_alloc&) {
-        thrown = true;
+        return EOutcome::eThrown;
     }
-    g_countdown = 0;
-    return thrown;
+    return failing.HasFailed() ? EOutcome::eGotOver : EOutcome::eNothingFailed;
 }
 
 TEST(BlobCreaterAllocation, CommandThatFoundNoMemoryLeavesItsPathToTheNext) {
     int failures = 0;
-    for (int n = 1; n == 1 || g_failed; ++n) {
+    EOutcome outcome = EOutcome::eThrown;
+    for (int n = 1; outcome != EOutcome::eNothingFailed; ++n) {
         const auto connection = std::make_shared<tests::recording_blob_connection_t>();
         tarn::blobfs::BlobCreater creater(connection);
         creater.CreateFile(kFirst, true);
-        const bool thrown = FailsAt(n, [&] { creater.CreateFile(kSecond, true); });
+        outcome = FailAt(n, [&] { creater.CreateFile(kSecond, true); });
+        const bool thrown = outcome == EOutcome::eThrown;
         failures += thrown ? 1 : 0;
         creater.CreateDir(kSecond, false);
         creater.Finish();
@@ -82,12 +56,13 @@ TEST(BlobCreaterAllocation, CommandThatFoundNoMemoryLeavesItsPathToTheNext) {
 
 TEST(BlobCreaterAllocation, BlobThatFoundNoMemoryIsGoneAndTheNextIsWhole) {
     int failures = 0;
-    for (int n = 1; n == 1 || g_failed; ++n) {
+    EOutcome outcome = EOutcome::eThrown;
+    for (int n = 1; outcome != EOutcome::eNothingFailed; ++n) {
         const auto connection = std::make_shared<tests::recording_blob_connection_t>();
         tarn::blobfs::BlobCreater creater(connection);
         creater.CreateFile(kFirst, true);
-        const bool thrown = FailsAt(n, [&] { creater.Finish(); });
-        failures += thrown ? 1 : 0;
+        outcome = FailAt(n, [&] { creater.Finish(); });
+        failures += outcome == EOutcome::eThrown ? 1 : 0;
         const std::size_t before = connection->payloads.size();
         creater.CreateDir(kFirst, false);
         creater.Finish();

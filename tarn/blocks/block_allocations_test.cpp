@@ -1,16 +1,13 @@
-#include <atomic>
-#include <cstdlib>
 #include <new>
 
 #include <gtest/gtest.h>
 
 #include "tarn/blocks/seq_fileblocks_reader.h"
+#include "tests/support/watched_allocations.h"
 
-/// Counts the large allocations of this program, which is why it is a program of its own.
 namespace {
 
-constexpr std::size_t kLarge = 4096;
-std::atomic<std::size_t> largeAllocations{0};
+using tests::largeAllocations;
 
 class endless_rstream_t final : public tarn::file_rstream_t {
   public:
@@ -39,26 +36,8 @@ TEST(BlockAllocations, ReadingAllocatesNoBufferPerBlockOnceThePoolsAreWarm) {
 
 TEST(BlockAllocations, CounterSeesABuffer) {
     const std::size_t before = largeAllocations;
-    ::operator delete(::operator new(2 * kLarge));
+    ::operator delete(::operator new(2 * tests::kLargeAllocation));
     EXPECT_EQ(largeAllocations - before, 1U);
 }
 
 }  // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    if (size >= kLarge) {
-        ++largeAllocations;
-    }
-    if (void* const memory = std::malloc(size == 0 ? 1 : size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}

@@ -1,6 +1,4 @@
-// Creating a file in memory when memory runs out, at each of its allocations in turn. This program has its own operator
-// new.
-#include <cstdlib>
+// Creating a file in memory when memory runs out, at each of its allocations in turn.
 #include <new>
 
 #include <gmock/gmock.h>
@@ -11,33 +9,7 @@
 #include "tarn/memfs/memfs_mem_slots.h"
 #include "tarn/memfs/memfs_operations.h"
 #include "tests/support/caught.h"
-
-namespace {
-
-thread_local int g_countdown = 0;  ///< the allocation that fails, counted from 1; 0 for none
-thread_local bool g_failed = false;
-
-}  // namespace
-
-// Not inlined: the compiler would take malloc and free for a mismatched pair.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    if (g_countdown != 0 && --g_countdown == 0) {
-        g_failed = true;
-        throw std::bad_alloc();
-    }
-    if (void* const memory = std::malloc(size != 0 ? size : 1)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
+#include "tests/support/watched_allocations.h"
 
 namespace {
 
@@ -50,26 +22,37 @@ using testing::Contains;
 // Long, so that every copy of it takes memory of its own.
 const std::string kName = "a name that does not fit into the string object itself";
 
-// Runs `action` with its n-th allocation failing, for n = 1, 2, ... until none fails; returns how many did.
+struct attempt_t {
+    bool failed = false;  ///< the allocation
+    std::exception_ptr error;
+};
+
+// Runs `action` with its n-th allocation failing.
+template <class Action>
+attempt_t FailAt(int n, Action action) {
+    attempt_t attempt;
+    const tests::failing_allocation_t failing(n);
+    try {
+        action();
+    } catch (...) {
+        attempt.error = std::current_exception();
+    }
+    attempt.failed = failing.HasFailed();
+    return attempt;
+}
+
+// For n = 1, 2, ... until none fails; returns how many did.
 template <class Action, class Check>
 int FailEachAllocation(Action action, Check check) {
     for (int n = 1;; ++n) {
-        g_failed = false;
-        g_countdown = n;
-        std::exception_ptr error;
-        try {
-            action();
-        } catch (...) {
-            error = std::current_exception();
-        }
-        g_countdown = 0;
-        if (!g_failed) {
-            EXPECT_FALSE(error) << "a failure without a reason";
+        const attempt_t attempt = FailAt(n, action);
+        if (!attempt.failed) {
+            EXPECT_FALSE(attempt.error) << "a failure without a reason";
             return n - 1;
         }
-        if (error) {
+        if (attempt.error) {
             SCOPED_TRACE("allocation " + std::to_string(n));
-            check(tests::Catch([&] { std::rethrow_exception(error); }));
+            check(tests::Catch([&] { std::rethrow_exception(attempt.error); }));
         }
         memfs_mem_slots_t::Inst().Clear();  // would block if a failure had left the registry locked
     }
