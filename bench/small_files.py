@@ -160,7 +160,7 @@ def compare_blobs(bench, folder):
     bench.run("trees unpacked", [
         Way("tar x", places["tar"], lambda copy: ["tar", "--extract", f"--file={archive}", f"--directory={copy}"],
             prepare=Path.mkdir),
-        Way("tarn blob apply", places["tarn"], lambda copy: ["tarn", "blob", "apply", *sorted(blobs.iterdir())],
+        Way("tarn blob apply", places["tarn"], lambda copy: ["tarn", "blob", "apply", blobs],
             inside=bench.tree.name, prepare=pack, counts=True),
     ])
 
