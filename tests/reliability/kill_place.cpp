@@ -166,6 +166,7 @@ kill_place_t::kill_place_t(EPlace where)
         fs::create_directory(dir_ / name);
         side_maker_t(dir_ / name, side).Make();
     }
+    fs::create_directory(Temporary());
 }
 
 void kill_place_t::StartOver() const {
@@ -222,6 +223,14 @@ std::vector<std::string> kill_place_t::Staged() const {
                 names.push_back(name);
             }
         }
+    }
+    return names;
+}
+
+std::vector<std::string> kill_place_t::LeftTemporary() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::recursive_directory_iterator(Temporary())) {
+        names.push_back(entry.path().lexically_relative(Temporary()).string());
     }
     return names;
 }

@@ -25,6 +25,8 @@ class kill_place_t {
     std::string Source(const std::string& what) const { return dir_ / ("new/" + what); }
     std::string Root() const { return dir_ / "root"; }
     std::string Log() const { return dir_ / "log"; }
+    /// Where the commands put their temporary files.
+    std::string Temporary() const { return dir_ / "temporary"; }
 
     /// What the targets are after a kill.
     struct seen_t {
@@ -38,6 +40,8 @@ class kill_place_t {
     std::vector<std::string> Missing(const std::string& what) const;
     /// What lies in the staging folder besides its lock and its journal and what is kept to go on from.
     std::vector<std::string> Staged() const;
+    /// The temporary files that are there.
+    std::vector<std::string> LeftTemporary() const;
     /// How many parts are kept to go on from.
     std::size_t CountKept() const;
 

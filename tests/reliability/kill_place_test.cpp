@@ -53,6 +53,12 @@ TEST_F(KillPlace, MissingOldTargetIsSeen) {
     EXPECT_THAT(Faults(), ElementsAre("tree/link: gone"));
 }
 
+TEST_F(KillPlace, TemporaryFilesAreSeen) {
+    EXPECT_THAT(place_.LeftTemporary(), IsEmpty());
+    fs::create_directory(place_.Temporary() + "/folder");
+    EXPECT_THAT(place_.LeftTemporary(), ElementsAre("folder"));
+}
+
 TEST_F(KillPlace, StrangeNameIsSeen) {
     fs::create_symlink("x", Target("tree/sub/.replaced.tmp"));
     EXPECT_THAT(Faults(), ElementsAre("tree/sub/.replaced.tmp"));

@@ -75,7 +75,7 @@ class kill_copy_t {
 };
 
 std::vector<std::string> kill_copy_t::Environment(const moment_t& kill, bool isLogged) const {
-    std::vector<std::string> variables;
+    std::vector<std::string> variables = {"TMPDIR=" + place_.Temporary()};
     if (kill.call != 0 || isLogged) {
         variables.push_back("LD_PRELOAD=" + commands_.watch);
     }
@@ -231,6 +231,7 @@ class kill_round_t {
         const kill_place_t::seen_t seen = place_.Look(WhatOf(plan_));
         AddAll("in the end: ", seen.faults);
         AddAll("staged in the end: ", place_.Staged());
+        AddAll("temporary in the end: ", place_.LeftTemporary());
         if (seen.old != 0 || place_.CountKept() != 0) {
             Add("in the end: " + std::to_string(seen.old) +
                 " targets are old, parts kept: " + std::to_string(place_.CountKept()));
