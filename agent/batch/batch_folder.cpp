@@ -61,7 +61,7 @@ void remove_if_abandoned(const confined_root_t& place, const std::string& name) 
     g_log.info("Removed [%1], which an earlier run left behind.", place.Shown(name));
 }
 
-// As far as it goes: another process may be at it, too, and whoever wants a folder does not depend on it.
+// Another process may be at it, too.
 void try_remove(const confined_root_t& place, const std::string& name) noexcept {
     try {
         if (is_folder_of_mine(place, name)) {
@@ -72,13 +72,6 @@ void try_remove(const confined_root_t& place, const std::string& name) noexcept 
     }
 }
 
-void remove_abandoned(const std::string& text) {
-    const auto place = confined_root_t::Open(text);
-    for (const std::string& name : place->ListTop(EOrder::eRaw)) {
-        try_remove(*place, name);
-    }
-}
-
 }  // namespace
 
 batch_folder_t::batch_folder_t() {
@@ -86,7 +79,6 @@ batch_folder_t::batch_folder_t() {
     do {
         Make(place);
     } while (!TryTake());
-    remove_abandoned(place);
 }
 
 batch_folder_t::~batch_folder_t() {
@@ -113,6 +105,17 @@ bool batch_folder_t::TryTake() {
     lock(taken_.get(), LOCK_EX);
     struct stat found {};
     return posix::sys().stat(path_.c_str(), &found) == 0;
+}
+
+void RemoveAbandonedFolders() noexcept {
+    try {
+        const auto place = confined_root_t::Open(usual_place());
+        for (const std::string& name : place->ListTop(EOrder::eRaw)) {
+            try_remove(*place, name);
+        }
+    } catch (const std::exception& error) {
+        g_log.info("Failed to look for what an earlier run left behind.", error);
+    }
 }
 
 }  // namespace agent::batch

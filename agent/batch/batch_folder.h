@@ -7,8 +7,7 @@
 namespace agent::batch {
 
 /// A folder for the blob files of one sender, where nobody else has access. It goes, with what is in it, with this
-/// object. What a killed process left goes when the next one of the same user makes a folder in that place: the folder
-/// in use is told by the lock on it (flock(2)).
+/// object; what a killed process left goes with RemoveAbandonedFolders.
 class batch_folder_t {
   public:
     /// Makes it in the directory that the environment variable TMPDIR names, or else in /tmp. Throws
@@ -26,7 +25,11 @@ class batch_folder_t {
     bool TryTake();
 
     std::string path_;
-    posix::unique_fd_t taken_;
+    posix::unique_fd_t taken_;  ///< with a lock on it (flock(2)), by which others see that it is in use
 };
+
+/// Removes the folders that killed processes of this user left in the place where folders are made. As far as it goes:
+/// what cannot be removed is logged. Any thread.
+void RemoveAbandonedFolders() noexcept;
 
 }  // namespace agent::batch

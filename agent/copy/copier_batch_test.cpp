@@ -283,5 +283,16 @@ TEST_F(CopierInBatches, BatchThatCannotBeWrittenIsLostAndTheRestGoesAlone) {
     EXPECT_EQ(report.files, 1u);
 }
 
+TEST_F(CopierInBatches, WhatAKilledCopyLeftIsRemovedThoughNothingIsSent) {
+    const tests::temp_dir_t temporary;
+    const tests::scoped_variable_t variable("TMPDIR", temporary.path());
+    fs::create_directory(temporary / "tarn-batch-killed");
+    options.overwrite = true;
+    LayDown("top");
+    Run();
+    EXPECT_EQ(sink.calls, texts_t{});
+    EXPECT_TRUE(fs::is_empty(temporary.path()));
+}
+
 }  // namespace
 }  // namespace agent::copy

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/batch/batch_folder.h"
 #include "agent/batch/batch_format.h"
 #include "mirrowen/logging/log_exc.h"
 
@@ -17,7 +18,11 @@ group_builder_t::group_builder_t(const copy_options_t& options, item_sink_t& sin
       sink_(sink),
       copy_(guid::guid_t::Create()),
       gathering_(gathering),
-      lane_(options, sink, copy_, gathering.batches ? group_lane_t::EJobs::eBeside : group_lane_t::EJobs::eAtOnce) {}
+      lane_(options, sink, copy_, gathering.batches ? group_lane_t::EJobs::eBeside : group_lane_t::EJobs::eAtOnce) {
+    if (gathering.batches) {
+        batch::RemoveAbandonedFolders();
+    }
+}
 
 group_builder_t::~group_builder_t() = default;
 
