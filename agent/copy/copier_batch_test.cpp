@@ -272,15 +272,36 @@ TEST_F(CopierInBatches, WithoutAPlaceForTemporaryFilesEveryItemGoesAlone) {
     EXPECT_EQ(sink.calls, (texts_t{"put top/a", "put top", "commit 2"}));
 }
 
-TEST_F(CopierInBatches, BatchThatCannotBeWrittenIsLostAndTheRestGoesAlone) {
-    WriteMany(group_keeper_t::kMaxItems + 1);
+TEST_F(CopierInBatches, ItemsOfABatchThatCannotBeWrittenGoAloneAndSoDoesTheRest) {
+    Write("top/a");
+    Write("top/b", "twenty bytes, nearly");
+    fs::create_symlink("a", At("top/c"));
     tests::faulty_syscalls_t calls;
     calls.Fail<&posix::syscalls_t::write>(ENOSPC);
     const copy_report_t report = Run();
-    ASSERT_EQ(report.failed.size(), group_keeper_t::kMaxItems);
-    EXPECT_NE(report.failed[0].text.find("No space left on device"), std::string::npos);
-    EXPECT_EQ(sink.calls, (texts_t{"put top/1512", "put top", "commit 2"}));
-    EXPECT_EQ(report.files, 1u);
+    EXPECT_EQ(Failed(report), texts_t{});
+    EXPECT_EQ(sink.calls, (texts_t{"put top/a", "put top/b", "put top/c", "put top", "commit 4"}));
+    EXPECT_EQ(report.files, 2u);
+    EXPECT_EQ(report.links, 1u);
+    EXPECT_EQ(report.directories, 1u);
+    EXPECT_EQ(report.bytes, 21u);
+    EXPECT_EQ(observer.bytes, 21u);
+    EXPECT_EQ(calls.Count<&posix::syscalls_t::write>(), 1);
+}
+
+TEST_F(CopierInBatches, NumbersOfABatchThatCannotBeWrittenGoToItsItemsAgain) {
+    options.batchLimit = batch::kMaxBatchFile;
+    Write("top/a", std::string(batch::kBatchPayload, 'a'));  // a batch by itself
+    Write("top/b");
+    Write("top/c", std::string(batch::kMaxBatchFile + 1, 'c'));  // goes alone
+    tests::faulty_syscalls_t calls;
+    calls.Fail<&posix::syscalls_t::write>(ENOSPC, 3);
+    EXPECT_EQ(Failed(Run()), texts_t{});
+    EXPECT_EQ(sink.calls, (texts_t{"batch of 1", "put top/b", "put top/c", "put top", "commit 4"}));
+    ASSERT_EQ(sink.puts.size(), 4u);
+    for (std::uint64_t number = 0; number < 4; ++number) {
+        EXPECT_EQ(sink.puts[number].item.entry, number);
+    }
 }
 
 TEST_F(CopierInBatches, WhatAKilledCopyLeftIsRemovedThoughNothingIsSent) {
@@ -292,6 +313,43 @@ TEST_F(CopierInBatches, WhatAKilledCopyLeftIsRemovedThoughNothingIsSent) {
     Run();
     EXPECT_EQ(sink.calls, texts_t{});
     EXPECT_TRUE(fs::is_empty(temporary.path()));
+}
+
+TEST_F(CopierInBatches, GroupThatIsFullOfABatchThatCannotBeWrittenIsCommittedWithItsItems) {
+    WriteMany(group_keeper_t::kMaxItems + 1);
+    tests::faulty_syscalls_t calls;
+    calls.Fail<&posix::syscalls_t::write>(ENOSPC);
+    const copy_report_t report = Run();
+    EXPECT_EQ(Failed(report), texts_t{});
+    EXPECT_EQ(report.files, group_keeper_t::kMaxItems + 1);
+    EXPECT_EQ(sink.commits, (std::vector<std::uint64_t>{group_keeper_t::kMaxItems, 2}));
+}
+
+TEST_F(CopierInBatches, WithoutGroupsItemsOfABatchThatCannotBeWrittenGoAlone) {
+    Write("top/a");
+    tests::faulty_syscalls_t calls;
+    calls.Fail<&posix::syscalls_t::write>(ENOSPC);
+    EXPECT_EQ(copier_fixture_t::Run({.groups = false, .batches = true}).files, 1u);
+    EXPECT_EQ(sink.calls, (texts_t{"put top/a", "put top"}));
+}
+
+TEST_F(CopierInBatches, FileOfABatchThatCannotBeWrittenIsThereBeforeItsOtherNames) {
+    Write("top/a");
+    Link("top/a", "top/b");
+    tests::faulty_syscalls_t calls;
+    calls.Fail<&posix::syscalls_t::write>(ENOSPC);
+    EXPECT_EQ(Failed(Run()), texts_t{});
+    EXPECT_EQ(sink.Put(), (texts_t{"file top/a", "hard link top/b -> top/a", "directory top"}));
+}
+
+TEST_F(CopierInBatches, FileThatCannotBeReadOnceMoreFailsByItself) {
+    Write("top/a");
+    Write("top/b");
+    tests::faulty_syscalls_t calls;
+    calls.Fail<&posix::syscalls_t::write>(ENOSPC);
+    calls.Fail<&posix::syscalls_t::pread>(EIO, 3);
+    EXPECT_EQ(Failed(Run()), (texts_t{"a: Failed to read from file [" + At("top/a") + "]: Input/output error"}));
+    EXPECT_EQ(sink.Put(), (texts_t{"file top/b", "directory top"}));
 }
 
 }  // namespace

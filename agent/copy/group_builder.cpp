@@ -55,6 +55,7 @@ void group_builder_t::Pack(const item_t& item, const whole_content_t& content, s
     item_t packed = item;
     packed.path = sink_.PathInBatch(item.path);
     packer_->Add(packed, content.Extents(), size);
+    ++packed_;
 }
 
 void group_builder_t::MakeRoom() {
@@ -78,12 +79,9 @@ void group_builder_t::Commit() {
 
 void group_builder_t::HandOver() {
     FlushBatch();
-    if (std::vector<sent_item_t> items = group_.Take(); !items.empty()) {
-        lane_.Commit(std::move(items));
-    }
+    EndGroup();
 }
 
-// Where a batch cannot be written the items in it are gone; those that follow can do without.
 void group_builder_t::FlushBatch() {
     if (!packer_ || packer_->IsEmpty()) {
         return;
@@ -91,13 +89,20 @@ void group_builder_t::FlushBatch() {
     try {
         lane_.Put(packer_->Finish());
     } catch (const std::exception& error) {
-        logging::LogExc(error, "A batch is lost, and the rest is sent one by one.");
-        lane_.Spoil(error.what());
+        logging::LogExc(error, "A batch could not be written. Its items, and those that follow, are sent one by one.");
+        unsent_ = group_.TakeBack(packed_);
         packer_.reset();
         gathering_.batches = false;
     }
+    packed_ = 0;
     if (!gathering_.groups) {
-        lane_.Commit(group_.Take());
+        EndGroup();
+    }
+}
+
+void group_builder_t::EndGroup() {
+    if (std::vector<sent_item_t> items = group_.Take(); !items.empty()) {
+        lane_.Commit(std::move(items));
     }
 }
 

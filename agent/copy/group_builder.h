@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "agent/batch/batch_packer.h"
 #include "agent/copy/copy.h"
@@ -24,7 +26,9 @@ struct gathering_t {
 };
 
 /// Builds the groups of a copy: gives the items their numbers, packs the small ones into batches, and hands batches and
-/// full groups over to the lane, which brings them to the sink. One thread, the copy's own.
+/// full groups over to the lane, which brings them to the sink. Where a batch cannot be written, because the place for
+/// temporary files is full for example, its items leave their group (TakeUnsent) and no other batch is begun. One
+/// thread, the copy's own.
 class group_builder_t {
   public:
     /// `options` and `sink` must outlive this object. What the sink does not take must not be asked for.
@@ -51,6 +55,9 @@ class group_builder_t {
     void CommitIfDue();
     /// Hands over everything, and waits until it is committed.
     void Commit();
+    /// The items of a batch that could not be written, in their order: each is to be put alone, before anything else.
+    /// To be asked after each of the three.
+    std::vector<sent_item_t> TakeUnsent() { return std::exchange(unsent_, {}); }
     /// The next group whose commit has been tried; nothing when there is none now.
     std::optional<group_lane_t::done_t> TakeDone() { return lane_.TakeDone(); }
 
@@ -58,6 +65,7 @@ class group_builder_t {
     bool OpenPacker();
     void FlushBatch();
     void HandOver();
+    void EndGroup();
 
     const copy_options_t& options_;
     item_sink_t& sink_;
@@ -65,6 +73,8 @@ class group_builder_t {
     gathering_t gathering_;
     group_keeper_t group_;
     std::unique_ptr<batch::batch_packer_t> packer_;
+    std::size_t packed_ = 0;  ///< how many items, the last ones of the group, are in the packer
+    std::vector<sent_item_t> unsent_;
     group_lane_t lane_;
 };
 

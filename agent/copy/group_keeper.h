@@ -27,6 +27,8 @@ class group_keeper_t {
 
     /// The items in the order of their numbers; the next one begins a new group.
     std::vector<sent_item_t> Take();
+    /// The last `count` items, which belong to the group no longer: their numbers go to the next ones.
+    std::vector<sent_item_t> TakeBack(std::size_t count);
 
   private:
     std::vector<sent_item_t> items_;

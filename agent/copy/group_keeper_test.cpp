@@ -25,6 +25,23 @@ TEST(GroupKeeper, NumbersGoOnWithEveryItemAndBeginAgainWithTheNextGroup) {
     EXPECT_TRUE(group.Take().empty());
 }
 
+TEST(GroupKeeper, ItemsThatAreTakenBackGiveTheirNumbersAndBytesToTheNext) {
+    group_keeper_t group;
+    group.Add(Item(1));
+    group.Add(Item(group_keeper_t::kMaxBytes - 2));
+    group.Add(Item(1));
+    EXPECT_TRUE(group.IsDue());
+    const std::vector<sent_item_t> taken = group.TakeBack(2);
+    ASSERT_EQ(taken.size(), 2u);
+    EXPECT_EQ(taken[0].bytes, group_keeper_t::kMaxBytes - 2);
+    EXPECT_EQ(taken[1].bytes, 1u);
+    EXPECT_EQ(group.NextNumber(), 1u);
+    EXPECT_FALSE(group.IsDue());
+    group.Add(Item(group_keeper_t::kMaxBytes - 2));
+    EXPECT_FALSE(group.IsDue());
+    EXPECT_EQ(group.Take().size(), 2u);
+}
+
 TEST(GroupKeeper, IsDueWithTheLastItemThatItMayHave) {
     group_keeper_t group;
     for (std::size_t i = 0; i < group_keeper_t::kMaxItems; ++i) {

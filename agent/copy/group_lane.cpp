@@ -18,10 +18,6 @@ void group_lane_t::Put(batch::batch_t batch) {
     Post([this, held = std::make_shared<const batch::batch_t>(std::move(batch))] { PutNow(*held); });
 }
 
-void group_lane_t::Spoil(const std::string& fault) {
-    Post([this, fault] { fault_ = fault; });
-}
-
 void group_lane_t::Commit(std::vector<sent_item_t> items) {
     const std::uint64_t entries = items.size();
     committing_.push_back(std::move(items));

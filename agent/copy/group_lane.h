@@ -51,8 +51,6 @@ class group_lane_t {
 
     /// Hands over some items of the next group to be committed. Waits while two jobs are under way.
     void Put(batch::batch_t batch);
-    /// Some items of the next group could not be put for this reason, so it is lost.
-    void Spoil(const std::string& fault);
     /// Ends the group. Waits while two jobs are under way.
     void Commit(std::vector<sent_item_t> items);
 

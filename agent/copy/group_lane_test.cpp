@@ -88,15 +88,6 @@ TEST_F(GroupLane, BatchThatFailsAgainLosesItsGroupAndTheNextGroupGoesOn) {
     EXPECT_EQ(sink_.calls, (texts_t{"batch of 1", "batch of 2", "batch of 2", "batch of 4", "commit 4"}));
 }
 
-TEST_F(GroupLane, GroupOfWhichABatchCouldNotBeMadeIsLostWithTheReason) {
-    lane_->Spoil("No space left on device");
-    lane_->Commit(Items(2));
-    lane_->Commit(Items(1));
-    EXPECT_EQ(Faults(), texts_t(2, "No space left on device"));
-    EXPECT_EQ(Faults(), texts_t{""});
-    EXPECT_EQ(sink_.calls, texts_t{"commit 1"});
-}
-
 TEST_F(GroupLane, LostEntriesAndWarningsOfACommitAreTold) {
     sink_.lost = {{1, "gone"}, {7, "nonsense"}};
     sink_.commitWarnings = {"owner"};

@@ -122,7 +122,9 @@ void item_sender_t::Continue(outgoing_t& item) {
 
 void item_sender_t::Put(outgoing_t& item) {
     item.sent.bytes = item.loaded.size;
-    if (item.when == EWhen::eWithGroup && groups_.TakesIntoBatch(item.loaded.item, item.loaded.size)) {
+    // Only what can be read once more goes into a batch.
+    if (item.when == EWhen::eWithGroup && item.sent.tree &&
+        groups_.TakesIntoBatch(item.loaded.item, item.loaded.size)) {
         Pack(item);
     } else {
         PutAlone(item);
@@ -144,17 +146,41 @@ void item_sender_t::Pack(outgoing_t& item) {
 // The sink is this thread's alone while no job is under way, and what was packed before arrives before.
 void item_sender_t::PutAlone(outgoing_t& item) {
     groups_.MakeRoom();
+    PutUnsent();
     const bool deferred = groups_.HasGroups() && item.when == EWhen::eWithGroup;
     Prepare(item, deferred);
     account_.SpareKept(item.loaded.item.startOffset);
-    sink_.Put(item.loaded.item, item.loaded.source, item.loaded.size, options_.overwrite, account_.Progress(),
-              item.warnings);
+    sink_.Put(item.loaded.item, item.loaded.source, item.loaded.size, options_.overwrite,
+              item.isAgain ? nullptr : account_.Progress(), item.warnings);
     Note(item);
     if (deferred) {
         groups_.Add(std::move(item.sent));
     } else {
         account_.Settle(item.sent);
     }
+}
+
+bool item_sender_t::PutUnsent() {
+    std::vector<sent_item_t> unsent = groups_.TakeUnsent();
+    for (sent_item_t& sent : unsent) {
+        PutAgain(std::move(sent));
+    }
+    return !unsent.empty();
+}
+
+void item_sender_t::PutAgain(sent_item_t sent) {
+    outgoing_t item;
+    item.sent = std::move(sent);
+    item.isAgain = true;
+    try {
+        std::vector<copy_note_t> told;
+        item.loaded = item.sent.tree->Load(item.sent.entry, item.sent.target, {options_.blockSize}, told);
+        Put(item);
+    } catch (const std::exception& error) {
+        options_.remote.ThrowIfStopped();
+        Lose(item.sent, error.what());
+    }
+    groups_.CommitIfDue();
 }
 
 void item_sender_t::Prepare(outgoing_t& item, bool deferred) const {
@@ -182,11 +208,14 @@ void item_sender_t::Note(outgoing_t& item) {
 
 void item_sender_t::CommitIfDue() {
     groups_.CommitIfDue();
+    PutUnsent();
     Collect();
 }
 
 void item_sender_t::Commit() {
-    groups_.Commit();
+    do {
+        groups_.Commit();
+    } while (PutUnsent());
     Collect();
 }
 

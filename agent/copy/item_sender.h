@@ -66,6 +66,7 @@ class item_sender_t {
         EWhen when = EWhen::eWithGroup;
         loaded_item_t loaded;
         std::vector<copy_note_t> warnings;
+        bool isAgain = false;                      ///< its bytes have been counted, and its source's warnings told
         std::shared_ptr<content_hasher_t> hasher;  ///< of what is to be read back, and of what the receiver has
     };
 
@@ -76,6 +77,9 @@ class item_sender_t {
     void Put(outgoing_t& item);
     void Pack(outgoing_t& item);
     void PutAlone(outgoing_t& item);
+    /// Puts alone what could not be packed. Whether there was something.
+    bool PutUnsent();
+    void PutAgain(sent_item_t sent);
     void Prepare(outgoing_t& item, bool deferred) const;
     void Note(outgoing_t& item);
 
