@@ -72,9 +72,9 @@ const char* DataOf(const Body* body) {
     return reinterpret_cast<const char*>(body + 1);
 }
 
-/// Whatever stands at the path makes room, a link as such.
-file_ptr_t CreateInPlace(const std::string& path) {
-    if (util::fs_file_exists(path)) {
+/// What stands at the path makes room, a link as such.
+file_ptr_t CreateInPlace(const std::string& path, bool exists) {
+    if (exists) {
         util::fs_file_delete(path);
     }
     return posix::posix_file_t::CreateNew(path, 0);
@@ -206,11 +206,12 @@ std::uint32_t BlobParser::_CreateFolder(const std::string& path, const BlobBody_
 
 std::uint32_t BlobParser::_CreateFile(const std::string& path, const BlobBody_CreateFile* body) {
     try {
-        if (body->overwrite == 0 && util::fs_file_exists(path)) {
+        const bool exists = util::fs_file_exists(path);
+        if (exists && body->overwrite == 0) {
             fs_log.tr("File %1 already exist!", path);
-            return 0;
+        } else {
+            CreateInPlace(path, exists);
         }
-        CreateInPlace(path);
         return 0;
     } catch (const std::exception& failure) {
         return Report(util::str_format("Failed to create file [%1]", path), path, failure);
@@ -224,11 +225,12 @@ std::uint32_t BlobParser::_CreateFileOptimized(const std::string& path, const Bl
             fs_log.err("File [%1] already opened.", path);
             openFile.reset();
         }
-        if (body->overwrite == 0 && util::fs_file_exists(path)) {
+        const bool exists = util::fs_file_exists(path);
+        if (exists && body->overwrite == 0) {
             fs_log.tr("File [%1] already exist!", path);
             openFile = OpenExisting(path);
         } else {
-            openFile = CreateInPlace(path);
+            openFile = CreateInPlace(path, exists);
         }
         return 0;
     } catch (const std::exception& failure) {
