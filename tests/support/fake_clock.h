@@ -2,26 +2,26 @@
 
 #include <chrono>
 #include <cstddef>
-#include <map>
-#include <mutex>
-#include <stop_token>
-#include <thread>
 #include <vector>
 
 #include "mirrowen/util/clock.h"
 
 namespace tests {
 
-/// A clock that stands still unless told otherwise, in force for the life of this object. `SleepFor` notes the pause,
-/// moves the time on and returns at once; after a stop request it only notes it. Any thread; one clock at a time.
-class fake_clock_t final : public util::IClock {
+/// A clock that stands still unless told otherwise, in force for the life of this object. A pause is noted, moves the
+/// time on and returns at once; after a stop request it is only noted. Any thread; one clock at a time. A thread that
+/// looks at the clock while this object goes, a server's that ends with the test, finds it still there.
+class fake_clock_t final {
   public:
-    fake_clock_t();
-    ~fake_clock_t() override;
+    using steady_point_t = util::IClock::steady_point_t;
 
-    steady_point_t SteadyNow() const override;
-    std::chrono::system_clock::time_point SystemNow() const override;
-    void SleepFor(std::chrono::milliseconds duration, std::stop_token stop) override;
+    fake_clock_t();
+    ~fake_clock_t();
+    fake_clock_t(const fake_clock_t&) = delete;
+    fake_clock_t& operator=(const fake_clock_t&) = delete;
+
+    steady_point_t SteadyNow() const;
+    std::chrono::system_clock::time_point SystemNow() const;
 
     /// Moves both times forward.
     void Advance(std::chrono::nanoseconds duration);
@@ -32,11 +32,12 @@ class fake_clock_t final : public util::IClock {
     std::vector<std::chrono::milliseconds> Sleeps() const;
 
   private:
-    mutable std::mutex mutex_;
-    std::chrono::nanoseconds elapsed_{0};
-    mutable std::map<std::thread::id, unsigned> looks_;  ///< since the last WaitForWaiting
-    std::vector<std::chrono::milliseconds> sleeps_;
-    util::scoped_clock_t inForce_{*this};
+    class face_t;
+    /// Begins anew.
+    static face_t& Face();
+
+    face_t& face_;
+    util::scoped_clock_t inForce_;
 };
 
 }  // namespace tests

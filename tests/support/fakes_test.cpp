@@ -52,9 +52,24 @@ TEST(FakeClock, RealClockReturnsAtTheEnd) {
     const util::IClock* const real = &util::clock();
     {
         const tests::fake_clock_t fake;
-        EXPECT_EQ(&util::clock(), &fake);
+        EXPECT_NE(&util::clock(), real);
     }
     EXPECT_EQ(&util::clock(), real);
+}
+
+TEST(FakeClock, CanBeLookedAtAfterItsEndAndTheNextBeginsAnew) {
+    const util::IClock* held = nullptr;
+    util::IClock::steady_point_t start;
+    {
+        tests::fake_clock_t fake;
+        held = &util::clock();
+        start = held->SteadyNow();
+        util::sleep(5);
+    }
+    EXPECT_EQ(held->SteadyNow() - start, milliseconds(5));
+    const tests::fake_clock_t next;
+    EXPECT_EQ(next.SteadyNow(), start);
+    EXPECT_TRUE(next.Sleeps().empty());
 }
 
 std::array<std::byte, 16> draw(std::uint64_t seed) {
