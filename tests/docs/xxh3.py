@@ -1,4 +1,4 @@
-"""XXH3-128 as its specification describes it (xxHash, "XXH3 algorithm overview"), with its own secret and seed 0."""
+"""XXH3-128 as the xxHash project describes it, with its own secret and seed 0."""
 
 MASK = (1 << 64) - 1
 
