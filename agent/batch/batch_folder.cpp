@@ -55,7 +55,8 @@ void remove_if_abandoned(const confined_root_t& place, const std::string& name) 
         return;
     }
     for (const std::string& left : place.List(name, EOrder::eRaw)) {
-        place.RemoveFile(name + "/" + left);
+        std::string path = name;
+        place.RemoveFile(path.append("/").append(left));
     }
     place.RemoveDirectory(name);
     g_log.info("Removed [%1], which an earlier run left behind.", place.Shown(name));

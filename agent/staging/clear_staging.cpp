@@ -21,7 +21,8 @@ constinit logging::log_section_t g_log("agent");
 
 void RemoveContents(const confined_root_t& folder, const std::string& run) {
     for (const std::string& name : folder.List(run, EOrder::eRaw)) {
-        folder.RemoveFile(run + "/" + name);
+        std::string path = run;
+        folder.RemoveFile(path.append("/").append(name));
     }
 }
 

@@ -81,7 +81,10 @@ std::unique_ptr<partial_file_t> partial_store_t::Begin(const std::string& key) {
 std::unique_ptr<partial_file_t> partial_store_t::Continue(const std::string& key, std::uint64_t length,
                                                           std::uint64_t& kept) {
     kept = 0;
-    auto partial = folder_.TryStat(PlaceOf(key)) ? TryOpen(key) : nullptr;
+    if (!folder_.TryStat(PlaceOf(key))) {
+        return nullptr;
+    }
+    auto partial = TryOpen(key);
     if (!partial) {
         return nullptr;
     }

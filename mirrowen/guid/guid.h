@@ -32,6 +32,7 @@ class MIRROWEN_API guid_t {
 
     constexpr const bytes_t& Bytes() const noexcept { return bytes_; }
     constexpr bool IsEmpty() const noexcept { return *this == guid_t(); }
+    // NOLINTNEXTLINE(modernize-use-nullptr): it takes the zero of a comparison that is generated for a pointer
     friend constexpr auto operator<=>(const guid_t&, const guid_t&) = default;
 
   private:
