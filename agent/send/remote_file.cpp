@@ -43,7 +43,7 @@ std::string RootText(const std::exception& error) {
 std::shared_ptr<remote_file_t> remote_file_t::Open(net::connection_t connection, const send_request_t& request,
                                                    std::string shown, const net::remote_options_t& options,
                                                    give_back_t giveBack) {
-    const std::shared_ptr<remote_file_t> file(
+    std::shared_ptr<remote_file_t> file(
         new remote_file_t(std::move(connection), request, std::move(shown), options, std::move(giveBack)));
     file->Begin();
     return file;
