@@ -62,7 +62,7 @@ std::string EscapeControls(std::string_view text) {
     std::string out;
     out.reserve(text.size());
     for (const wchar_t c : util::str_utf82w(text)) {
-        const auto code = static_cast<unsigned>(c);
+        const auto code = static_cast<char32_t>(c);
         if (c == L'\n') {
             out += "\\n";
         } else if (code < 0x20 || code == 0x7f) {

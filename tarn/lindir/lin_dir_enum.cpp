@@ -26,7 +26,7 @@ lin_dir_enum::lin_dir_enum() = default;
 lin_dir_enum::~lin_dir_enum() = default;
 
 std::string lin_dir_enum::StartEnum(const std::wstring& path, std::wstring& xml) {
-    const std::string id = guid::guid_t::CreateNew().ToAStr();
+    std::string id = guid::guid_t::CreateNew().ToAStr();
     std::string place = util::str_w2utf8(path);
     SEntryInfo info;
     struct stat attributes {};
@@ -49,7 +49,7 @@ std::string lin_dir_enum::StartEnum(const std::wstring& path, std::wstring& xml)
 }
 
 std::string lin_dir_enum::StartEnumRecursive(const std::wstring& path, std::wstring& mask, std::wstring& /*xml*/) {
-    const std::string id = guid::guid_t::CreateNew().ToAStr();
+    std::string id = guid::guid_t::CreateNew().ToAStr();
     BeginWalk(path, mask);
     return id;
 }

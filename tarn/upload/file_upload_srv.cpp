@@ -36,6 +36,7 @@ file_upload_srv_t::file_upload_srv_t(std::shared_ptr<io::io_dev_t> channel, io::
 
 file_upload_srv_t::~file_upload_srv_t() = default;
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): it is called like that
 void file_upload_srv_t::HandleCmds(progress_ptr_t progress) {
     try {
         logging::trace_t trace(fs_log, "Handling file upload commands.");

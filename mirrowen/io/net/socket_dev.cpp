@@ -16,7 +16,7 @@ namespace io::net {
 
 namespace {
 
-constexpr std::size_t kGatherLimit = 16 * 1024;
+constexpr std::size_t kGatherLimit = std::size_t{16} << 10;
 
 bool would_block(int error) {
     return error == EAGAIN || error == EWOULDBLOCK;
